@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstdint>
+
+// IPMI completion codes the firmware answers with.
+namespace partmode::cc {
+
+inline constexpr std::uint8_t kSuccess = 0x00;
+inline constexpr std::uint8_t kInvalidCommand = 0xC1;
+inline constexpr std::uint8_t kRequestDataLengthInvalid = 0xC7;
+inline constexpr std::uint8_t kInvalidDataField = 0xCC;
+inline constexpr std::uint8_t kNotSupportedInPresentState = 0xD5;
+inline constexpr std::uint8_t kUnspecifiedError = 0xFF;
+
+} // namespace partmode::cc

@@ -1,0 +1,32 @@
+#include "OrbTrace.h"
+
+#include "AppendFile.h"
+#include "Board.h"
+#include "LocalTime.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <string>
+
+namespace trace {
+
+OrbTrace::OrbTrace(std::uint8_t facility, std::uint8_t component, std::uint16_t size)
+    : facility_(facility), component_(component), size_(size)
+{
+}
+
+void OrbTrace::putLog(std::uint8_t /*level*/, const char* text) const
+{
+    try {
+        const auto& board = partmode::Board::instance();
+        std::string line = partmode::LocalTime::now() + " partmode[" + std::to_string(::getpid()) + "]: ";
+        line += text != nullptr ? text : "";
+        line += '\n';
+        partmode::AppendFile::append(board.trace, line);
+    } catch (const std::exception&) {
+        // Without a usable board there is nowhere to trace to.
+    }
+}
+
+} // namespace trace
