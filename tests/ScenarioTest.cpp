@@ -730,11 +730,14 @@ void checkState(Reporter& report, const json& expected, const fs::path& path,
     if (expected.is_string()) {
         if (expected.get<std::string>() != "unchanged")
             throw ScenarioError("\"state_after\" must be \"unchanged\" or an object");
-        if (before != after) {
+        if (before && after && before != after)
             report.fail("state file " + path.string() + " changed, expected it unchanged\n"
-                        + (before && after ? compareText("state", *before, *after)
-                                           : std::string(before ? "it was removed" : "it was created")));
-        }
+                        + compareText("state", *before, *after));
+        else if (before && !after)
+            report.fail("state file " + path.string() + " was removed, expected it unchanged");
+        else if (!before && after)
+            report.fail("state file " + path.string() + " was created, expected it unchanged"
+                        " (the simulator creates it on first use; give the scenario a \"state\")");
         return;
     }
     if (!expected.is_object())
@@ -776,7 +779,7 @@ json loadScenario(const fs::path& file, Reporter& report)
     if (const json* title = find(raw, "title"); title != nullptr && title->is_string())
         report.setTitle(title->get<std::string>());
     checkKeys(raw,
-              {"title", "comment", "board", "board_raw", "state", "env", "before", "args", "stdin",
+              {"title", "comment", "board", "board_raw", "state", "state_raw", "env", "before", "args", "stdin",
                "stdout", "stderr", "exit", "steps", "trace", "audit", "state_after", "state_file",
                "trace_file", "audit_file"},
               "the scenario");
@@ -887,6 +890,11 @@ void runScenario(const ScenarioFile& param, Reporter& report)
     const auto auditPath = artefactPath(sc, board, "audit", json::json_pointer("/audit"), "audit.log", dir);
     if (const json* state = find(sc, "state"))
         writeFile(statePath, state->dump(2) + "\n");
+    if (const json* stateRaw = find(sc, "state_raw")) {
+        if (find(sc, "state"))
+            throw ScenarioError("\"state\" and \"state_raw\" exclude each other");
+        writeFile(statePath, needString(*stateRaw, "state_raw"));
+    }
     const auto env = makeEnv(sc, dir, boardPath);
     runBefore(sc, env, dir);
 
