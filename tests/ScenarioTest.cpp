@@ -9,6 +9,7 @@
 #include <pwd.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <grp.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -271,6 +272,8 @@ struct Command {
     std::map<std::string, std::string> env;
     fs::path cwd;
     std::optional<std::string> input;
+    // Run the program under this user id (and the same group id); needs root.
+    std::optional<uid_t> uid;
 };
 
 struct Outcome {
@@ -326,6 +329,9 @@ Outcome run(const Command& cmd)
         const int inFd = cmd.input ? in.read.get() : devNull.get();
         if (::dup2(inFd, STDIN_FILENO) < 0 || ::dup2(out.write.get(), STDOUT_FILENO) < 0
             || ::dup2(err.write.get(), STDERR_FILENO) < 0 || ::chdir(cwd.c_str()) < 0)
+            childFailed(execReport.write.get());
+        if (cmd.uid && (::setgroups(0, nullptr) != 0 || ::setresgid(*cmd.uid, *cmd.uid, *cmd.uid) != 0
+                        || ::setresuid(*cmd.uid, *cmd.uid, *cmd.uid) != 0))
             childFailed(execReport.write.get());
         // The runner ignores SIGPIPE, and ignored signals survive execve.
         struct sigaction dfl{};
@@ -780,7 +786,7 @@ json loadScenario(const fs::path& file, Reporter& report)
         report.setTitle(title->get<std::string>());
     checkKeys(raw,
               {"title", "comment", "board", "board_raw", "state", "state_raw", "env", "before", "args", "stdin",
-               "stdout", "stderr", "exit", "steps", "trace", "audit", "state_after", "state_file",
+               "stdout", "stderr", "exit", "steps", "trace", "audit", "state_after", "state_file", "run_as_uid",
                "trace_file", "audit_file"},
               "the scenario");
     return raw;
@@ -859,7 +865,7 @@ void runBefore(const json& sc, const std::map<std::string, std::string>& env, co
     if (!before->is_array())
         throw ScenarioError("\"before\" must be an array of argument arrays");
     for (const auto& args : *before) {
-        Command cmd{PARTMODE_SIM_BINARY, {"partmode-sim"}, env, dir, std::nullopt};
+        Command cmd{PARTMODE_SIM_BINARY, {"partmode-sim"}, env, dir, std::nullopt, std::nullopt};
         const auto list = needStrings(args, "before");
         cmd.argv.insert(cmd.argv.end(), list.begin(), list.end());
         const auto result = run(cmd);
@@ -882,6 +888,16 @@ void runScenario(const ScenarioFile& param, Reporter& report)
     report.setDir(dir);
     const json sc = substitute(raw, {{"${user}", currentUser()}, {"${dir}", dir.string()}});
     const auto steps = parseSteps(sc);
+    std::optional<uid_t> runAs;
+    if (const json* uid = find(sc, "run_as_uid")) {
+        if (!uid->is_number_unsigned())
+            throw ScenarioError("\"run_as_uid\" must be a user id");
+        if (::geteuid() != 0)
+            GTEST_SKIP() << "running the tool as another user needs root";
+        runAs = uid->get<uid_t>();
+        // The other user must reach the board and write the trace in the run folder.
+        fs::permissions(dir, fs::perms::all);
+    }
 
     const fs::path boardPath = dir / "board.json";
     const auto board = writeBoard(sc, boardPath);
@@ -901,7 +917,7 @@ void runScenario(const ScenarioFile& param, Reporter& report)
     const auto stateBefore = readFile(statePath);
     std::vector<pid_t> pids;
     for (const auto& step : steps) {
-        Command cmd{PARTMODE_BINARY, {"partmode"}, env, dir, step.input};
+        Command cmd{PARTMODE_BINARY, {"partmode"}, env, dir, step.input, runAs};
         cmd.argv.insert(cmd.argv.end(), step.args.begin(), step.args.end());
         const auto prefix = steps.size() > 1 ? step.label + " " + json(step.args).dump() + ": " : std::string();
         const auto result = run(cmd);
