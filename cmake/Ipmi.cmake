@@ -1,0 +1,43 @@
+# Real IPMI. The tool reaches a BMC through libfreeipmi (LAN and in-band), and
+# the firmware simulator becomes a BMC as a module that OpenIPMI's ipmi_sim
+# loads, so both ends speak the protocol that real firmware speaks.
+include(GNUInstallDirs)
+
+find_path(FREEIPMI_INCLUDE_DIR freeipmi/freeipmi.h REQUIRED)
+find_library(FREEIPMI_LIBRARY freeipmi REQUIRED)
+find_path(OPENIPMI_INCLUDE_DIR OpenIPMI/mcserv.h REQUIRED)
+
+target_sources(partmode_core PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiOptions.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiTransport.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/PasswordFile.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/RawIpmiFrame.cpp)
+target_include_directories(partmode_core SYSTEM PRIVATE ${FREEIPMI_INCLUDE_DIR})
+target_link_libraries(partmode_core PUBLIC ${FREEIPMI_LIBRARY})
+
+# The module links the simulator's static libraries into a shared object.
+set_target_properties(partmode_wire partmode_sim PROPERTIES POSITION_INDEPENDENT_CODE ON)
+
+# ipmi_sim resolves its registration calls from its own executable when it
+# loads the module, so the module leaves them undefined; only the entry
+# points ipmi_sim looks up with dlsym are exported.
+add_library(ipmi_sim MODULE
+  ${CMAKE_CURRENT_LIST_DIR}/../sim/bmc/BmcModule.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/../sim/bmc/OpenIpmiRegistration.cpp)
+target_include_directories(ipmi_sim SYSTEM PRIVATE ${OPENIPMI_INCLUDE_DIR})
+target_link_libraries(ipmi_sim PRIVATE partmode_sim)
+target_link_options(ipmi_sim PRIVATE -Wl,--exclude-libs,ALL)
+set_target_properties(ipmi_sim PROPERTIES
+  PREFIX ""
+  OUTPUT_NAME partmode-bmc
+  LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib/partmode
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+
+# partmode-sim serve finds the module relative to its own folder, in the build
+# tree as in an installation (lib/partmode below the prefix).
+file(RELATIVE_PATH PARTMODE_BMC_MODULE_FROM_BINDIR ${CMAKE_INSTALL_FULL_BINDIR}
+     ${CMAKE_INSTALL_PREFIX}/lib/partmode/partmode-bmc.so)
+target_sources(partmode-sim PRIVATE ${CMAKE_CURRENT_LIST_DIR}/../sim/BmcServer.cpp)
+target_compile_definitions(partmode-sim PRIVATE PARTMODE_BMC_MODULE_FROM_BINDIR="${PARTMODE_BMC_MODULE_FROM_BINDIR}")
+add_dependencies(partmode-sim ipmi_sim)

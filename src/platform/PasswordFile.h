@@ -1,0 +1,21 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace partmode {
+
+// The BMC password, kept in a file of its own so that it never appears on a
+// command line or in the environment. Like ssh with a private key, the file
+// is refused unless it is a regular file that only its owner may access.
+class PasswordFile {
+public:
+    // IPMI 2.0 passwords are at most 20 bytes long.
+    static constexpr std::size_t kMaxLength = 20;
+
+    // The first line of the file, without its line end. On refusal, says why
+    // in one line on standard error and throws PException.
+    static std::string read(const std::filesystem::path& path);
+};
+
+} // namespace partmode
