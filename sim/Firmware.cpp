@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 
 namespace partmode::sim {
 namespace {
@@ -57,7 +58,8 @@ RawResponse getTPMEnables(const Bytes& parameters, FirmwareState& state, bool&)
 
 // One record per defined partition: the partition number, then 1 when its
 // system status allows a change, else 0. The state may replace the records.
-RawResponse getSystemStatus(const Bytes&, FirmwareState& state, bool&)
+// The request names the piece of the serialised collection it wants.
+RawResponse getSystemStatus(const Bytes& parameters, FirmwareState& state, bool&)
 {
     std::vector<std::vector<std::int32_t>> records;
     if (auto given = state.serverMonitor()) {
@@ -77,7 +79,18 @@ RawResponse getSystemStatus(const Bytes&, FirmwareState& state, bool&)
     }
     Bytes data(collection.getSerializedSize());
     collection.getSerialized(data.data(), static_cast<unsigned int>(data.size()));
-    return answer(std::move(data));
+    if (data.size() > 0xFFFF) {
+        return RawResponse{cc::kCannotReturnRequestedBytes, {}};
+    }
+    const std::size_t offset = (std::size_t{parameters[0]} << 8) | parameters[1];
+    if (offset > data.size()) {
+        return RawResponse{cc::kParameterOutOfRange, {}};
+    }
+    const std::size_t length = std::min<std::size_t>(parameters[2], data.size() - offset);
+    Bytes piece{static_cast<std::uint8_t>(data.size() >> 8), static_cast<std::uint8_t>(data.size() & 0xFF)};
+    piece.insert(piece.end(), data.begin() + static_cast<std::ptrdiff_t>(offset),
+                 data.begin() + static_cast<std::ptrdiff_t>(offset + length));
+    return answer(std::move(piece));
 }
 
 RawResponse getPCIExpressMode(const Bytes& parameters, FirmwareState& state, bool&)
@@ -98,6 +111,89 @@ RawResponse setPCIExpressMode(const Bytes& parameters, FirmwareState& state, boo
     return answer({});
 }
 
+// Writes `values` into the byte list `key` of a partition from index `first`
+// on; a shorter list grows with zeros.
+void storeBytes(FirmwareState& state, unsigned int partition, const char* key, std::size_t first,
+                std::initializer_list<std::uint8_t> values)
+{
+    Bytes bytes = state.partitionBytes(partition, key);
+    if (bytes.size() < first + values.size()) {
+        bytes.resize(first + values.size(), 0);
+    }
+    std::copy(values.begin(), values.end(), bytes.begin() + static_cast<std::ptrdiff_t>(first));
+    state.setPartitionBytes(partition, key, bytes);
+}
+
+// Registers the setting of a powered-off partition; the current value (byte
+// 0) follows at the next power-on.
+RawResponse registerSetting(const char* key, const Bytes& parameters, FirmwareState& state, bool& changed)
+{
+    const unsigned int partition = parameters[0];
+    if (state.partitionFlag(partition, "power_on")) {
+        return RawResponse{cc::kNotSupportedInPresentState, {}};
+    }
+    storeBytes(state, partition, key, wire::kSettingRegistered, {parameters[1]});
+    changed = true;
+    return answer({});
+}
+
+RawResponse getPCIAddressMode(const Bytes& parameters, FirmwareState& state, bool&)
+{
+    return answer(state.partitionBytes(parameters[0], "pci_address_mode"));
+}
+
+RawResponse setPCIAddressMode(const Bytes& parameters, FirmwareState& state, bool& changed)
+{
+    return registerSetting("pci_address_mode", parameters, state, changed);
+}
+
+RawResponse setDynamicPartitioning(const Bytes& parameters, FirmwareState& state, bool& changed)
+{
+    return registerSetting("dynamic_reconfiguration", parameters, state, changed);
+}
+
+RawResponse getLanDeviceMode(const Bytes& parameters, FirmwareState& state, bool&)
+{
+    return answer({state.lanDeviceMode(parameters[0])});
+}
+
+RawResponse setLanDeviceMode(const Bytes& parameters, FirmwareState& state, bool& changed)
+{
+    state.setLanDeviceMode(parameters[0], parameters[1]);
+    changed = true;
+    return answer({});
+}
+
+RawResponse getSystemCapabilities(const Bytes&, FirmwareState& state, bool&)
+{
+    Bytes flags(wire::kSystemCapabilitiesSize, 0);
+    flags[wire::kSystemCapabilitiesExclusive] = state.exclusiveFeatures() ? 1 : 0;
+    return answer(std::move(flags));
+}
+
+RawResponse getPartitionMirrorMode(const Bytes& parameters, FirmwareState& state, bool&)
+{
+    return answer(state.partitionBytes(parameters[0], "memory_mode"));
+}
+
+// Registers the memory modes of a powered-off partition. With a Reserved SB the
+// change needs the operator's acceptance (the last request byte).
+RawResponse setPartitionMirrorMode(const Bytes& parameters, FirmwareState& state, bool& changed)
+{
+    const unsigned int partition = parameters[0];
+    if (state.partitionFlag(partition, "power_on")) {
+        return RawResponse{cc::kNotSupportedInPresentState, {}};
+    }
+    if (state.partitionFlag(partition, "reserved_sb") && parameters[4] == 0) {
+        return RawResponse{cc::kReservedSb, {}};
+    }
+    static_assert(wire::kMirrorModeSettingOperation == wire::kMirrorModeEnable + 1 &&
+                  wire::kMirrorModeSettingMirrorRas == wire::kMirrorModeEnable + 2);
+    storeBytes(state, partition, "memory_mode", wire::kMirrorModeEnable, {parameters[1], parameters[2], parameters[3]});
+    changed = true;
+    return answer({});
+}
+
 constexpr std::array kRoutes{
     Firmware::Route{&wire::kGetDefinedPartitions, &getDefinedPartitions},
     Firmware::Route{&wire::kGetPartitionInfo, &getPartitionInfo},
@@ -108,6 +204,14 @@ constexpr std::array kRoutes{
     Firmware::Route{&wire::kGetSystemStatus, &getSystemStatus},
     Firmware::Route{&wire::kGetPCIExpressMode, &getPCIExpressMode},
     Firmware::Route{&wire::kSetPCIExpressMode, &setPCIExpressMode},
+    Firmware::Route{&wire::kGetPCIAddressMode, &getPCIAddressMode},
+    Firmware::Route{&wire::kSetPCIAddressMode, &setPCIAddressMode},
+    Firmware::Route{&wire::kGetLanDeviceMode, &getLanDeviceMode},
+    Firmware::Route{&wire::kSetLanDeviceMode, &setLanDeviceMode},
+    Firmware::Route{&wire::kSetDynamicPartitioning, &setDynamicPartitioning},
+    Firmware::Route{&wire::kGetSystemCapabilities, &getSystemCapabilities},
+    Firmware::Route{&wire::kGetPartitionMirrorMode, &getPartitionMirrorMode},
+    Firmware::Route{&wire::kSetPartitionMirrorMode, &setPartitionMirrorMode},
 };
 
 bool targetsPartition(const wire::OemRequest& request)

@@ -1,3 +1,4 @@
+#include "BmcServer.h"
 #include "Board.h"
 #include "FirmwareState.h"
 #include "StateError.h"
@@ -17,7 +18,8 @@ using partmode::sim::StateStore;
 
 constexpr const char* kUsage =
     "usage: partmode-sim [--state FILE] init | show | power on|off PARTITION |\n"
-    "                    fault add NETFN CMD CODE [COUNT] | fault clear\n";
+    "                    fault add NETFN CMD CODE [COUNT] | fault clear |\n"
+    "                    serve --port N [--state FILE] [--user NAME] [--password-file FILE]\n";
 
 int usage()
 {
@@ -40,10 +42,45 @@ std::optional<unsigned long> number(const std::string& text, unsigned long maxim
     return value;
 }
 
+// serve --port N [--state FILE] [--user NAME] [--password-file FILE]
+int serve(const std::filesystem::path& statePath, const std::vector<std::string>& words)
+{
+    partmode::sim::BmcServerOptions options;
+    options.state = statePath;
+    bool portGiven = false;
+    for (std::size_t i = 1; i + 1 < words.size(); i += 2) {
+        const auto& option = words[i];
+        const auto& value = words[i + 1];
+        if (option == "--port") {
+            const auto port = number(value, 65535);
+            if (!port) {
+                return usage();
+            }
+            options.port = static_cast<unsigned int>(*port);
+            portGiven = true;
+        } else if (option == "--state") {
+            options.state = value;
+        } else if (option == "--user" && !value.empty()) {
+            options.user = value;
+        } else if (option == "--password-file") {
+            options.passwordFile = value;
+        } else {
+            return usage();
+        }
+    }
+    if (!portGiven || words.size() % 2 == 0) {
+        return usage();
+    }
+    return partmode::sim::serveBmc(options);
+}
+
 int run(const std::filesystem::path& statePath, const std::vector<std::string>& words)
 {
     const StateStore store(statePath);
     const auto& verb = words[0];
+    if (verb == "serve") {
+        return serve(statePath, words);
+    }
     if (verb == "init" && words.size() == 1) {
         store.replace(FirmwareState::defaults());
         return 0;

@@ -45,6 +45,9 @@
 #ifndef PARTMODE_SIM_BINARY
 #error "PARTMODE_SIM_BINARY must name the simulator control executable"
 #endif
+#ifndef PARTMODE_TEST_CATALOGUES
+#error "PARTMODE_TEST_CATALOGUES must name the folder of the test message catalogues"
+#endif
 
 namespace {
 
@@ -787,7 +790,7 @@ json loadScenario(const fs::path& file, Reporter& report)
     checkKeys(raw,
               {"title", "comment", "board", "board_raw", "state", "state_raw", "env", "before", "args", "stdin",
                "stdout", "stderr", "exit", "steps", "trace", "audit", "state_after", "state_file", "run_as_uid",
-               "trace_file", "audit_file"},
+               "trace_file", "audit_file", "transports"},
               "the scenario");
     return raw;
 }
@@ -814,8 +817,65 @@ std::vector<Step> parseSteps(const json& sc)
 }
 
 // Writes board.json; returns the board as written when it is known JSON.
-std::optional<json> writeBoard(const json& sc, const fs::path& boardPath)
+// The BMC of the LAN pass: partmode-sim serve, started once for all scenarios
+// by the CTest fixture, which left the board's "firmware" object that reaches
+// it in $PARTMODE_SCENARIO_BMC/firmware.json. It serves one state file, so the
+// LAN pass runs the scenarios one at a time on that file.
+struct LanBmc {
+    json firmware;
+    fs::path state;
+};
+
+std::optional<LanBmc> lanBmc()
 {
+    const char* folder = std::getenv("PARTMODE_SCENARIO_BMC");
+    if (folder == nullptr || *folder == '\0')
+        return std::nullopt;
+    const fs::path path = fs::path(folder) / "firmware.json";
+    const json firmware = json::parse(readFile(path).value_or(""), nullptr, false);
+    if (!firmware.is_object())
+        throw ScenarioError("the LAN pass has no BMC: " + path.string() + " holds no firmware object");
+    return LanBmc{firmware, fs::path(folder) / "state.json"};
+}
+
+// The passes a scenario runs in: "simulator" (the embedded simulator) and
+// "lan" (the BMC of the LAN pass); both unless it says otherwise.
+bool runsInPass(const json& sc, const std::string& pass)
+{
+    const json* transports = find(sc, "transports");
+    if (transports == nullptr)
+        return true;
+    const auto list = needStrings(*transports, "transports");
+    for (const auto& name : list) {
+        if (name != "simulator" && name != "lan")
+            throw ScenarioError("\"transports\" may name only \"simulator\" and \"lan\", not \"" + name + "\"");
+    }
+    return std::find(list.begin(), list.end(), pass) != list.end();
+}
+
+// In the LAN pass a board that would reach the embedded simulator reaches the
+// BMC instead; the BMC's password file is copied for a tool run as `runAs`.
+void useLanBmc(json& board, const LanBmc& bmc, const fs::path& dir, std::optional<uid_t> runAs)
+{
+    const json* firmware = find(board, "firmware");
+    if (firmware != nullptr && firmware->value("transport", "simulator") != "simulator")
+        return;
+    board["firmware"] = bmc.firmware;
+    if (runAs) {
+        const fs::path copy = dir / "bmc.pass";
+        fs::copy_file(needString(bmc.firmware.at("password_file"), "password_file"), copy);
+        if (::chown(copy.c_str(), *runAs, *runAs) != 0)
+            throw ScenarioError("chown " + copy.string() + ": " + errnoText());
+        board["firmware"]["password_file"] = copy.string();
+    }
+}
+
+std::optional<json> writeBoard(const json& sc, const fs::path& boardPath, const std::optional<LanBmc>& lan,
+                               std::optional<uid_t> runAs)
+{
+    if (lan && (sc.contains("board_raw") || sc.value("board", json::object()) == "none"))
+        throw ScenarioError("without a board of its own the scenario cannot reach the BMC of the LAN pass; "
+                            "give it \"transports\": [\"simulator\"] and say why in its \"comment\"");
     if (const json* boardRaw = find(sc, "board_raw")) {
         if (sc.contains("board"))
             throw ScenarioError("\"board\" and \"board_raw\" exclude each other");
@@ -834,6 +894,8 @@ std::optional<json> writeBoard(const json& sc, const fs::path& boardPath)
         if (!board.contains(key))
             board[key] = value;
     }
+    if (lan)
+        useLanBmc(board, *lan, boardPath.parent_path(), runAs);
     writeFile(boardPath, board.dump(2) + "\n");
     return board;
 }
@@ -857,7 +919,8 @@ std::map<std::string, std::string> makeEnv(const json& sc, const fs::path& dir, 
     return env;
 }
 
-void runBefore(const json& sc, const std::map<std::string, std::string>& env, const fs::path& dir)
+void runBefore(const json& sc, const std::map<std::string, std::string>& env, const fs::path& dir,
+               const std::vector<std::string>& options)
 {
     const json* before = find(sc, "before");
     if (before == nullptr)
@@ -866,6 +929,7 @@ void runBefore(const json& sc, const std::map<std::string, std::string>& env, co
         throw ScenarioError("\"before\" must be an array of argument arrays");
     for (const auto& args : *before) {
         Command cmd{PARTMODE_SIM_BINARY, {"partmode-sim"}, env, dir, std::nullopt, std::nullopt};
+        cmd.argv.insert(cmd.argv.end(), options.begin(), options.end());
         const auto list = needStrings(args, "before");
         cmd.argv.insert(cmd.argv.end(), list.begin(), list.end());
         const auto result = run(cmd);
@@ -886,8 +950,13 @@ void runScenario(const ScenarioFile& param, Reporter& report)
     const TempDir tmp;
     const fs::path& dir = tmp.path();
     report.setDir(dir);
-    const json sc = substitute(raw, {{"${user}", currentUser()}, {"${dir}", dir.string()}});
+    const json sc = substitute(raw, {{"${user}", currentUser()},
+                                     {"${dir}", dir.string()},
+                                     {"${catalogues}", PARTMODE_TEST_CATALOGUES}});
     const auto steps = parseSteps(sc);
+    const auto lan = lanBmc();
+    if (!runsInPass(sc, lan ? "lan" : "simulator"))
+        GTEST_SKIP() << "the scenario does not run in the " << (lan ? "LAN" : "simulator") << " pass";
     std::optional<uid_t> runAs;
     if (const json* uid = find(sc, "run_as_uid")) {
         if (!uid->is_number_unsigned())
@@ -900,8 +969,13 @@ void runScenario(const ScenarioFile& param, Reporter& report)
     }
 
     const fs::path boardPath = dir / "board.json";
-    const auto board = writeBoard(sc, boardPath);
-    const auto statePath = artefactPath(sc, board, "state", json::json_pointer("/firmware/state"), "firmware.json", dir);
+    const auto board = writeBoard(sc, boardPath, lan, runAs);
+    const auto statePath =
+        lan ? lan->state : artefactPath(sc, board, "state", json::json_pointer("/firmware/state"), "firmware.json", dir);
+    if (lan) {
+        std::error_code absent;
+        fs::remove(statePath, absent);
+    }
     const auto tracePath = artefactPath(sc, board, "trace", json::json_pointer("/trace"), "trace.log", dir);
     const auto auditPath = artefactPath(sc, board, "audit", json::json_pointer("/audit"), "audit.log", dir);
     if (const json* state = find(sc, "state"))
@@ -912,7 +986,7 @@ void runScenario(const ScenarioFile& param, Reporter& report)
         writeFile(statePath, needString(*stateRaw, "state_raw"));
     }
     const auto env = makeEnv(sc, dir, boardPath);
-    runBefore(sc, env, dir);
+    runBefore(sc, env, dir, lan ? std::vector<std::string>{"--state", statePath.string()} : std::vector<std::string>{});
 
     const auto stateBefore = readFile(statePath);
     std::vector<pid_t> pids;

@@ -231,8 +231,9 @@ bool PartModeUtil::checkPartSystemInProgress(unsigned int partition)
         return false;
     }
     const Record* found = nullptr;
-    for (unsigned short index = 0; index < collection.size(); ++index) {
-        const Record* record = collection.getCompInfo(index);
+    // The collection counts its records in 16 bits.
+    for (std::size_t index = 0; index < collection.size(); ++index) {
+        const Record* record = collection.getCompInfo(static_cast<unsigned short>(index));
         if (record->size() == 0) {
             outOfRange();
         }

@@ -20,12 +20,62 @@ PartitionModeCommand::PartitionModeCommand(std::string commandName, std::uint8_t
 {
 }
 
+std::string PartitionModeCommand::commandWords(const char* verb, const char* keyword)
+{
+    return std::string(verb) + (CommonUtil::getMaxPartitionNum() != 1 ? " partition " : " ") + keyword;
+}
+
 void PartitionModeCommand::appendArguments(int argc, char** argv)
 {
     for (int i = 0; i < argc; ++i) {
         commandName_ += ' ';
         commandName_ += argv[i] != nullptr ? argv[i] : "";
     }
+}
+
+bool PartitionModeCommand::parseQuietOption(int argc, char** argv, int next, bool& quiet)
+{
+    if (argc > next) {
+        quiet = PartModeUtil::getCommandQuietOption(argv[next]);
+        if (!quiet || argc > next + 1) {
+            PartModeUtil::printParameterInvalid();
+            return false;
+        }
+    }
+    return true;
+}
+
+bool PartitionModeCommand::parsePartitionArgument(int argc, char** argv)
+{
+    appendArguments(argc, argv);
+    if (argc != 1) {
+        PartModeUtil::printParameterInvalid();
+        return false;
+    }
+    if (!PartModeUtil::getPartitionNumber(argv[0], partitionNumber_)) {
+        PartModeUtil::printPartNumInvalid();
+        return false;
+    }
+    return true;
+}
+
+bool PartitionModeCommand::parsePartitionModeQuiet(int argc, char** argv,
+                                                   const std::function<bool(const char*)>& takeMode, bool& quiet)
+{
+    appendArguments(argc, argv);
+    if (argc < 2) {
+        PartModeUtil::printParameterInvalid();
+        return false;
+    }
+    if (!PartModeUtil::getPPARNumber(argv[0], partitionNumber_)) {
+        PartModeUtil::printPartNumInvalid();
+        return false;
+    }
+    if (!takeMode(argv[1])) {
+        PartModeUtil::printParameterInvalid();
+        return false;
+    }
+    return parseQuietOption(argc, argv, 2, quiet);
 }
 
 int PartitionModeCommand::executeSetFrame()
@@ -40,9 +90,7 @@ int PartitionModeCommand::executeSetFrame()
         if (const int result = checkAuthority(user); result != 0) {
             return result;
         }
-        _RMCPP_SESS_SETUP_INFO setup;
-        IPMIRequester::createSetupInfo(0, setup, 0);
-        IPMIRequester requester(setup);
+        IPMIRequester requester(sessionSetup());
         if (const int result = checkDefined(requester); result != 0) {
             return result;
         }
@@ -67,23 +115,41 @@ int PartitionModeCommand::handleSetException(const PException& exception)
 int PartitionModeCommand::executeShowFrame()
 {
     try {
-        _RMCPP_SESS_SETUP_INFO setup;
-        IPMIRequester::createSetupInfo(0, setup, 0);
-        IPMIRequester requester(setup);
-        if (CommonUtil::isXPAR(static_cast<int>(partitionNumber_), true) &&
-            !PartModeUtil::checkParentPartitionId(requester, partitionNumber_)) {
-            PartModeUtil::printPartitionNotDefined(partitionNumber_);
-            traceFailure("%s (Extended Partitioning is free)");
-            return 54;
+        IPMIRequester requester(sessionSetup());
+        if (const int result = resolveExtendedPartition(requester); result != 0) {
+            return result;
         }
         showMode(requester);
         traceSuccess();
         return 0;
     } catch (const PException& exception) {
-        traceException(exception);
-        printFailure();
-        return 2;
+        return reportException(exception);
     }
+}
+
+int PartitionModeCommand::resolveExtendedPartition(IPMIRequester& requester)
+{
+    if (CommonUtil::isXPAR(static_cast<int>(partitionNumber_), true) &&
+        !PartModeUtil::checkParentPartitionId(requester, partitionNumber_)) {
+        PartModeUtil::printPartitionNotDefined(partitionNumber_);
+        traceFailure("%s (Extended Partitioning is free)");
+        return 54;
+    }
+    return 0;
+}
+
+_RMCPP_SESS_SETUP_INFO PartitionModeCommand::sessionSetup()
+{
+    _RMCPP_SESS_SETUP_INFO setup;
+    IPMIRequester::createSetupInfo(0, setup, 0);
+    return setup;
+}
+
+int PartitionModeCommand::reportException(const PException& exception) const
+{
+    traceException(exception);
+    printFailure();
+    return 2;
 }
 
 int PartitionModeCommand::identifyUser(LoginUser& user)
@@ -133,6 +199,55 @@ int PartitionModeCommand::checkDynamicReconfiguration(IPMIRequester& requester)
     return 0;
 }
 
+int PartitionModeCommand::checkPowerOff(IPMIRequester& requester)
+{
+    if (!PartModeUtil::isPowerOnPartition(requester, partitionNumber_)) {
+        return 0;
+    }
+    std::cerr << runningText(Wording::Partition) << std::endl;
+    traceFailure("%s (the partition is running)");
+    return 51;
+}
+
+int PartitionModeCommand::checkChangeAllowed(IPMIRequester& requester, Wording wording)
+{
+    if (!PartModeUtil::isPowerOnPartition(requester, partitionNumber_) &&
+        PartModeUtil::checkPartSystemInProgress(partitionNumber_)) {
+        return 0;
+    }
+    PartModeUtil::printErrMsgConsole(runningText(wording));
+    traceFailure("%s (the partition is running)");
+    return 51;
+}
+
+int PartitionModeCommand::refuseRunning(const PException& exception) const
+{
+    PartModeUtil::printErrMsgConsole(runningText(Wording::Partition));
+    traceFailure("%s (PException)", exception.getExceptionDetail(), exception.getActionCode());
+    return 51;
+}
+
+const char* PartitionModeCommand::runningText(Wording wording)
+{
+    if (wording == Wording::SystemOnSinglePartition && CommonUtil::getMaxPartitionNum() == 1) {
+        return "Unable to change the mode while the system is running. Please try to change the mode after the system "
+               "is shutdown.";
+    }
+    return "Unable to change the mode while the partition is running. Please try to change the mode after the "
+           "partition is shutdown.";
+}
+
+bool PartitionModeCommand::confirmNextPowerCycle(Wording wording)
+{
+    const bool system = wording == Wording::SystemOnSinglePartition && CommonUtil::getMaxPartitionNum() == 1;
+    char prompt[512];
+    std::snprintf(prompt, sizeof(prompt),
+                  "The setting will become effective the next time the %s power off/on is performed.\n"
+                  "Are you sure to continue?[Y/N]",
+                  system ? "system" : "partition");
+    return PartModeUtil::isExecute(prompt);
+}
+
 void PartitionModeCommand::traceSuccess() const
 {
     char message[kTextBufferSize];
@@ -165,6 +280,15 @@ void PartitionModeCommand::traceMessage(int messageId, const char* argument) con
 {
     char message[kTextBufferSize];
     trace_.putLog(0, lmsg_getmsg(messageId, message, argument));
+}
+
+const char* PartitionModeCommand::wordOrUnknown(const char* word, const char* requestName) const
+{
+    if (word != nullptr) {
+        return word;
+    }
+    traceMessage(20052, requestName);
+    return "-";
 }
 
 void PartitionModeCommand::writeAudit(int messageId, const LoginUser& user, const char* auditText) const

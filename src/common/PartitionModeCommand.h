@@ -2,13 +2,14 @@
 
 #include "IPMIRequester.h"
 #include "OrbTrace.h"
+#include "PException.h"
 #include "PartModeConfigCmd.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
-
-class PException;
+#include <utility>
 
 // Who runs a set command: the login name and the login's origin.
 struct LoginUser {
@@ -27,14 +28,32 @@ public:
     static constexpr std::size_t kTextBufferSize = 256;
     static constexpr std::uint8_t kTraceComponent = 3;
 
+    // Whether a console text speaks of the system instead of the partition
+    // when the machine has a single partition.
+    enum class Wording { Partition, SystemOnSinglePartition };
+
     [[nodiscard]] const std::string& commandName() const { return commandName_; }
     [[nodiscard]] unsigned int partitionNumber() const { return partitionNumber_; }
 
 protected:
     explicit PartitionModeCommand(std::string commandName, std::uint8_t traceComponent = kTraceComponent);
 
+    // "<verb> partition <keyword>", without "partition" on a single-partition
+    // system, for the commands whose name follows the words typed.
+    static std::string commandWords(const char* verb, const char* keyword);
+
     // Appends every argument, one blank before each, to the command name.
     void appendArguments(int argc, char** argv);
+    // The arguments from index `next` on must be nothing or the quiet word
+    // alone; otherwise the invalid-parameter message and false.
+    static bool parseQuietOption(int argc, char** argv, int next, bool& quiet);
+    // PARTITION: exactly one argument, a number of any partition, extended
+    // ones included. Says why on standard error when it is refused.
+    bool parsePartitionArgument(int argc, char** argv);
+    // PARTITION MODE [quiet]: a physical partition number, a word `takeMode`
+    // accepts, then nothing or the quiet word. Says why on standard error
+    // when they are refused.
+    bool parsePartitionModeQuiet(int argc, char** argv, const std::function<bool(const char*)>& takeMode, bool& quiet);
 
     // Set frame: audit text, user, authority, requester, defined partition,
     // then changeMode(); success trace and audit record when it returns 0.
@@ -60,6 +79,27 @@ protected:
     int checkAuthority(const LoginUser& user);
     int checkDefined(IPMIRequester& requester);
     int checkDynamicReconfiguration(IPMIRequester& requester);
+    // Refuses (51) a partition that is powered on.
+    int checkPowerOff(IPMIRequester& requester);
+    // Refuses (51) a partition that is powered on or whose system status does
+    // not allow a change.
+    int checkChangeAllowed(IPMIRequester& requester, Wording wording);
+    // 54 when an extended partition has no parent; otherwise the partition
+    // number becomes that of the parent.
+    int resolveExtendedPartition(IPMIRequester& requester);
+
+    // The set-up of every session with the firmware.
+    static OrbLib::ipmiclient::_RMCPP_SESS_SETUP_INFO sessionSetup();
+    // Asks whether to register a setting that takes effect at the next power
+    // off/on; false when the operator declines.
+    [[nodiscard]] static bool confirmNextPowerCycle(Wording wording);
+    // Action code of a firmware refusal because the partition is running.
+    static constexpr std::uint8_t kActionPartitionRunning = 0xD5;
+    // The firmware refused a change because the partition is running: the
+    // console text and the trace line; returns 51.
+    int refuseRunning(const PException& exception) const;
+    // The trace line, then the failure line; returns 2.
+    int reportException(const PException& exception) const;
 
     // Trace lines and the audit record.
     void traceSuccess() const;
@@ -69,6 +109,13 @@ protected:
     void traceDetail(const char* detail, int first = 0, int second = 0) const;
     void traceException(const PException& exception) const;
     void traceMessage(int messageId, const char* argument) const;
+    // `word`, or "-" when the firmware answered a value without a word; that
+    // is traced with message 20052 naming `requestName`.
+    const char* wordOrUnknown(const char* word, const char* requestName) const;
+    // Runs `request`; a platform exception it raises is traced with message
+    // 20003 naming the request, then passed on.
+    template <typename Request>
+    void traceRequestFailure(const char* requestName, Request&& request) const;
     void writeAudit(int messageId, const LoginUser& user, const char* auditText) const;
     void writeSuccessAudit(const LoginUser& user, const char* auditText) const;
 
@@ -77,6 +124,7 @@ protected:
 
 private:
     static void putAudit(const char* message, const LoginUser& user);
+    [[nodiscard]] static const char* runningText(Wording wording);
 
 protected:
 
@@ -84,3 +132,14 @@ protected:
     std::string commandName_;
     unsigned int partitionNumber_ = 0;
 };
+
+template <typename Request>
+void PartitionModeCommand::traceRequestFailure(const char* requestName, Request&& request) const
+{
+    try {
+        std::forward<Request>(request)();
+    } catch (const PException&) {
+        traceMessage(20003, requestName);
+        throw;
+    }
+}

@@ -13,9 +13,6 @@
 
 namespace {
 
-constexpr const char* kPartitionRunning = "Unable to change the mode while the partition is running. Please try to "
-                                          "change the mode after the partition is shutdown.";
-constexpr std::uint8_t kActionPartitionRunning = 0xD5;
 constexpr std::uint8_t kActionReservedSB = 0x80;
 
 } // namespace
@@ -80,12 +77,7 @@ int SetPartitionPCIExpressMode::changeMode(IPMIRequester& requester)
 
 bool SetPartitionPCIExpressMode::checkPartitionPowerStatus(IPMIRequester& requester)
 {
-    if (!PartModeUtil::isPowerOnPartition(requester, partitionNumber_)) {
-        return true;
-    }
-    std::cerr << kPartitionRunning << std::endl;
-    traceFailure("%s (the partition is running)");
-    return false;
+    return checkPowerOff(requester) == 0;
 }
 
 int SetPartitionPCIExpressMode::setPCIExpressModeInfo(IPMIRequester& requester)
@@ -96,9 +88,7 @@ int SetPartitionPCIExpressMode::setPCIExpressModeInfo(IPMIRequester& requester)
         return 0;
     } catch (const PException& exception) {
         if (exception.getActionCode() == kActionPartitionRunning) {
-            PartModeUtil::printErrMsgConsole(kPartitionRunning);
-            traceFailure("%s (PException)", exception.getExceptionDetail(), exception.getActionCode());
-            return 51;
+            return refuseRunning(exception);
         }
         if (exception.getActionCode() == kActionReservedSB) {
             PartModeUtil::printErrMsgConsole("Unable to change the mode because of the Reserved SB setting.");

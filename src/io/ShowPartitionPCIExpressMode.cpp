@@ -1,7 +1,6 @@
 #include "ShowPartitionPCIExpressMode.h"
 
 #include "OEMGetPartitionPCIExpressModeCommand.h"
-#include "PartModeUtil.h"
 #include "PciExpressMode.h"
 
 #include <iostream>
@@ -9,19 +8,7 @@
 
 ShowPartitionPCIExpressMode::ShowPartitionPCIExpressMode() : PartitionModeCommand("show partition pci_express_mode") {}
 
-bool ShowPartitionPCIExpressMode::parseCommand(int argc, char** argv)
-{
-    appendArguments(argc, argv);
-    if (argc != 1) {
-        PartModeUtil::printParameterInvalid();
-        return false;
-    }
-    if (!PartModeUtil::getPartitionNumber(argv[0], partitionNumber_)) {
-        PartModeUtil::printPartNumInvalid();
-        return false;
-    }
-    return true;
-}
+bool ShowPartitionPCIExpressMode::parseCommand(int argc, char** argv) { return parsePartitionArgument(argc, argv); }
 
 int ShowPartitionPCIExpressMode::execute() { return executeShowFrame(); }
 
@@ -43,11 +30,7 @@ void ShowPartitionPCIExpressMode::printPartitionPCIExpressMode()
 {
     // An empty answer is shown like any other unknown value.
     const int mode = pciExpressModeInfo_.empty() ? -1 : pciExpressModeInfo_[0];
-    const char* text = PciExpressMode::word(mode);
-    if (text == nullptr) {
-        text = "-";
-        traceMessage(20052, "GetPartitionPCIExpressMode");
-    }
+    const char* text = wordOrUnknown(PciExpressMode::word(mode), "GetPartitionPCIExpressMode");
     std::ostringstream line;
     line << PciExpressMode::kKeyword << ": " << text << std::endl;
     std::cout << line.str() << std::flush;

@@ -3,8 +3,20 @@
 #include "CommonUtil.h"
 #include "PartModeConfigCmd.h"
 #include "PartModeUtil.h"
+#include "SetPartitionDynamicPartitioning.h"
+#include "SetPartitionLanDeviceMode.h"
+#include "SetPartitionMemoryOperationMode.h"
+#include "SetPartitionMirrorRasMode.h"
+#include "SetPartitionPCIAddressMode.h"
 #include "SetPartitionPCIExpressMode.h"
+#include "SetPartitionSparingMode.h"
+#include "ShowPartitionDynamicPartitioning.h"
+#include "ShowPartitionLanDeviceMode.h"
+#include "ShowPartitionMemoryOperationMode.h"
+#include "ShowPartitionMirrorRasMode.h"
+#include "ShowPartitionPCIAddressMode.h"
 #include "ShowPartitionPCIExpressMode.h"
+#include "ShowPartitionSparingMode.h"
 
 #include <array>
 #include <cstdio>
@@ -32,12 +44,12 @@ struct Feature {
 
 constexpr std::array<Feature, 7> kFeatures{{
     {"pci_express_mode", &create<SetPartitionPCIExpressMode>, &create<ShowPartitionPCIExpressMode>},
-    {"lan_device_mode", nullptr, nullptr},
-    {"pci_address_mode", nullptr, nullptr},
-    {"memory_mirror_ras_mode", nullptr, nullptr},
-    {"memory_operation_mode", nullptr, nullptr},
-    {"dynamic_reconfiguration", nullptr, nullptr},
-    {"memory_sparing_mode", nullptr, nullptr},
+    {"lan_device_mode", &create<SetPartitionLanDeviceMode>, &create<ShowPartitionLanDeviceMode>},
+    {"pci_address_mode", &create<SetPartitionPCIAddressMode>, &create<ShowPartitionPCIAddressMode>},
+    {"memory_mirror_ras_mode", &create<SetPartitionMirrorRasMode>, &create<ShowPartitionMirrorRasMode>},
+    {"memory_operation_mode", &create<SetPartitionMemoryOperationMode>, &create<ShowPartitionMemoryOperationMode>},
+    {"dynamic_reconfiguration", &create<SetPartitionDynamicPartitioning>, &create<ShowPartitionDynamicPartitioning>},
+    {"memory_sparing_mode", &create<SetPartitionSparingMode>, &create<ShowPartitionSparingMode>},
 }};
 
 constexpr std::size_t kFailureBufferSize = 256;

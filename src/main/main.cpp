@@ -2,11 +2,15 @@
 #include "OrbTrace.h"
 #include "PartModeCmd.h"
 
+#include <clocale>
 #include <cstdio>
 #include <iostream>
 
 int main(int argc, char** argv)
 {
+    // The catalogue texts follow the operator's locale (LANG, LC_ALL,
+    // LC_MESSAGES); numbers and characters stay as in the C locale.
+    std::setlocale(LC_MESSAGES, "");
     try {
         PartModeCmd partModeCmd;
         return partModeCmd.execute(argc, argv);

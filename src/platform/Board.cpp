@@ -1,5 +1,6 @@
 #include "Board.h"
 
+#include "FreeIpmiOptions.h"
 #include "PException.h"
 #include "PlatformError.h"
 
@@ -22,6 +23,12 @@ namespace {
 using nlohmann::json;
 
 [[noreturn]] void fail(const std::string& reason) { throw std::runtime_error(reason); }
+
+// The board file exists but cannot be read, as opposed to one that does not parse.
+class Unreadable : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 std::string envValue(const char* name)
 {
@@ -51,21 +58,22 @@ std::filesystem::path defaultStateDirectory()
 void checkKeys(const json& object, const std::set<std::string>& known, const std::string& where)
 {
     for (const auto& item : object.items()) {
-        if (known.count(item.key()) == 0) {
+        // Keys that begin with "_" are comments, so a board file can explain itself.
+        if (!item.key().starts_with('_') && known.count(item.key()) == 0) {
             fail("unknown key \"" + where + item.key() + "\"");
         }
     }
 }
 
 unsigned int readCount(const json& object, const char* key, unsigned int fallback, unsigned int minimum,
-                       unsigned int maximum)
+                       unsigned int maximum, const std::string& where = "")
 {
     const auto found = object.find(key);
     if (found == object.end()) {
         return fallback;
     }
     if (!found->is_number_integer() || found->get<long long>() < minimum || found->get<long long>() > maximum) {
-        fail(std::string("\"") + key + "\" must be a whole number from " + std::to_string(minimum) + " to " +
+        fail("\"" + where + key + "\" must be a whole number from " + std::to_string(minimum) + " to " +
              std::to_string(maximum));
     }
     return found->get<unsigned int>();
@@ -149,6 +157,101 @@ std::filesystem::path resolve(const std::filesystem::path& folder, const std::st
     return path.is_absolute() ? path : folder / path;
 }
 
+std::vector<std::string> readWorkarounds(const json& firmware)
+{
+    const auto found = firmware.find("workarounds");
+    if (found == firmware.end()) {
+        return {};
+    }
+    if (!found->is_array()) {
+        fail("\"firmware.workarounds\" must be a list of libfreeipmi workaround names");
+    }
+    std::vector<std::string> names;
+    for (const auto& name : *found) {
+        if (!name.is_string() || !freeipmi::outOfBandWorkaround(name.get<std::string>())) {
+            fail("\"firmware.workarounds\" holds " + name.dump() + ", which is no IPMI 2.0 workaround of libfreeipmi");
+        }
+        names.push_back(name.get<std::string>());
+    }
+    return names;
+}
+
+void readLan(const json& firmware, const std::filesystem::path& folder, FirmwareConfig& config)
+{
+    const std::string where = "firmware.";
+    config.host = readString(firmware, "host", config.host, where);
+    if (config.host.empty()) {
+        fail("\"firmware.host\" must name a host");
+    }
+    config.port = readCount(firmware, "port", config.port, 1, 65535, where);
+    config.username = readString(firmware, "username", config.username, where);
+    if (config.username.size() > 16) {
+        fail("\"firmware.username\" must be at most 16 bytes long");
+    }
+    config.passwordFile = resolve(folder, readString(firmware, "password_file", "bmc.pass", where));
+    config.privilege = readString(firmware, "privilege", config.privilege, where);
+    if (!freeipmi::privilegeLevel(config.privilege)) {
+        fail("\"firmware.privilege\" must be \"user\", \"operator\" or \"admin\"");
+    }
+    config.cipherSuite = readCount(firmware, "cipher_suite", config.cipherSuite, 0, 255, where);
+    if (!freeipmi::cipherSuiteSupported(config.cipherSuite)) {
+        fail("\"firmware.cipher_suite\" must be one of 0 to 3, 6 to 8, 11, 12 and 15 to 17");
+    }
+    config.sessionTimeoutMs = readCount(firmware, "session_timeout_ms", config.sessionTimeoutMs, 1, 3600000, where);
+    config.retransmissionTimeoutMs =
+        readCount(firmware, "retransmission_timeout_ms", config.retransmissionTimeoutMs, 1, 3600000, where);
+    if (config.retransmissionTimeoutMs >= config.sessionTimeoutMs) {
+        fail("\"firmware.retransmission_timeout_ms\" must be less than \"firmware.session_timeout_ms\"");
+    }
+    config.workarounds = readWorkarounds(firmware);
+}
+
+void readInband(const json& firmware, FirmwareConfig& config)
+{
+    config.driver = readString(firmware, "driver", config.driver, "firmware.");
+    if (!freeipmi::inbandDriver(config.driver)) {
+        fail("\"firmware.driver\" must be \"openipmi\", \"kcs\", \"ssif\", \"sunbmc\", \"inteldcmi\" or \"auto\"");
+    }
+    config.device = readString(firmware, "device", config.device.string(), "firmware.");
+}
+
+void readFirmware(const json& firmware, const std::filesystem::path& folder, FirmwareConfig& config)
+{
+    config.transport = readString(firmware, "transport", config.transport, "firmware.");
+    if (config.transport == "simulator") {
+        checkKeys(firmware, {"transport", "state"}, "firmware.");
+        if (firmware.contains("state")) {
+            config.state = resolve(folder, readString(firmware, "state", "", "firmware."));
+        }
+        return;
+    }
+    if (config.transport == "lan") {
+        checkKeys(firmware,
+                  {"transport", "host", "port", "username", "password_file", "privilege", "cipher_suite",
+                   "session_timeout_ms", "retransmission_timeout_ms", "workarounds", "iana"},
+                  "firmware.");
+        readLan(firmware, folder, config);
+    } else if (config.transport == "inband") {
+        checkKeys(firmware, {"transport", "driver", "device", "iana"}, "firmware.");
+        readInband(firmware, config);
+    } else {
+        fail("\"firmware.transport\" names an unknown transport \"" + config.transport + "\"");
+    }
+    config.iana = readCount(firmware, "iana", config.iana, 0, 0xFFFFFF, "firmware.");
+}
+
+// A trace or audit destination: "syslog", or a file path.
+void readDestination(const json& document, const char* key, const std::filesystem::path& folder,
+                     std::filesystem::path& path, bool& toSyslog)
+{
+    if (!document.contains(key)) {
+        return;
+    }
+    const std::string value = readString(document, key, "", "");
+    toSyslog = value == Board::kSyslog;
+    path = toSyslog ? std::filesystem::path() : resolve(folder, value);
+}
+
 } // namespace
 
 std::filesystem::path Board::locate()
@@ -177,12 +280,12 @@ Board Board::load(const std::filesystem::path& path)
 
     std::ifstream in(path, std::ios::binary);
     if (!in) {
-        fail("cannot read the board file");
+        throw Unreadable("cannot read the board file");
     }
     std::ostringstream content;
     content << in.rdbuf();
     if (in.bad()) {
-        fail("cannot read the board file");
+        throw Unreadable("cannot read the board file");
     }
     json document;
     try {
@@ -222,21 +325,10 @@ Board Board::load(const std::filesystem::path& path)
         if (!firmware->is_object()) {
             fail("\"firmware\" must be an object");
         }
-        checkKeys(*firmware, {"transport", "state"}, "firmware.");
-        board.firmware.transport = readString(*firmware, "transport", board.firmware.transport, "firmware.");
-        if (board.firmware.transport != "simulator") {
-            fail("\"firmware.transport\" names an unknown transport \"" + board.firmware.transport + "\"");
-        }
-        if (firmware->contains("state")) {
-            board.firmware.state = resolve(folder, readString(*firmware, "state", "", "firmware."));
-        }
+        readFirmware(*firmware, folder, board.firmware);
     }
-    if (document.contains("trace")) {
-        board.trace = resolve(folder, readString(document, "trace", "", ""));
-    }
-    if (document.contains("audit")) {
-        board.audit = resolve(folder, readString(document, "audit", "", ""));
-    }
+    readDestination(document, "trace", folder, board.trace, board.traceToSyslog);
+    readDestination(document, "audit", folder, board.audit, board.auditToSyslog);
     return board;
 }
 
@@ -246,6 +338,7 @@ const Board& Board::instance()
         std::optional<Board> board;
         std::filesystem::path path;
         std::string reason;
+        std::uint8_t action = error::kActionMalformed;
     };
     static const Loaded loaded = [] {
         Loaded result;
@@ -254,12 +347,15 @@ const Board& Board::instance()
             result.board = load(result.path);
         } catch (const std::exception& error) {
             result.reason = error.what();
+            if (dynamic_cast<const Unreadable*>(&error) != nullptr) {
+                result.action = error::kActionUnreadable;
+            }
             std::cerr << "partmode: " << result.path.string() << ": " << result.reason << std::endl;
         }
         return result;
     }();
     if (!loaded.board) {
-        throw PException(1, 0x50, 0x0100, error::kActionMalformed, error::kDetailBoard,
+        throw PException(1, 0x50, 0x0100, loaded.action, error::kDetailBoard,
                          error::kMessagePlatformFailure, {loaded.path.string(), loaded.reason});
     }
     return *loaded.board;

@@ -9,10 +9,30 @@
 
 namespace partmode {
 
-// How the IPMI requester reaches the partition firmware.
+// How the IPMI requester reaches the partition firmware: the embedded
+// simulator ("simulator"), a BMC over IPMI 2.0 LAN ("lan") or the BMC of this
+// board through the kernel's IPMI device ("inband").
 struct FirmwareConfig {
     std::string transport = "simulator";
     std::filesystem::path state;
+
+    std::string host = "127.0.0.1";
+    unsigned int port = 623;
+    std::string username = "admin";
+    std::filesystem::path passwordFile; // relative paths are taken from the board's folder
+    std::string privilege = "admin";
+    // 17 (HMAC-SHA256, AES-CBC-128): current BMCs no longer offer the SHA-1 suites.
+    unsigned int cipherSuite = 17;
+    unsigned int sessionTimeoutMs = 5000;
+    unsigned int retransmissionTimeoutMs = 500;
+    std::vector<std::string> workarounds;
+
+    std::string driver = "openipmi";
+    std::filesystem::path device = "/dev/ipmi0";
+
+    // Enterprise number that leads every request of network function 0x2E;
+    // 32473 is the one reserved for documentation.
+    std::uint32_t iana = 32473;
 };
 
 // One entry of the board's user database.
@@ -49,8 +69,13 @@ public:
     // Absent: every user of the machine has privilege 1.
     std::optional<std::map<std::string, BoardUser>> users;
     FirmwareConfig firmware;
+    // Where trace lines and audit records go: a file, or syslog when the
+    // board says "syslog" (the path is then empty).
+    static constexpr const char* kSyslog = "syslog";
     std::filesystem::path trace;
     std::filesystem::path audit;
+    bool traceToSyslog = false;
+    bool auditToSyslog = false;
     std::filesystem::path path; // empty for the built-in default
 };
 

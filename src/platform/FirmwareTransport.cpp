@@ -1,5 +1,6 @@
 #include "FirmwareTransport.h"
 
+#include "FreeIpmiTransport.h"
 #include "PException.h"
 #include "PlatformError.h"
 #include "SimulatorTransport.h"
@@ -10,6 +11,12 @@ std::unique_ptr<FirmwareTransport> FirmwareTransport::open(const FirmwareConfig&
 {
     if (config.transport == "simulator") {
         return std::make_unique<SimulatorTransport>(config.state);
+    }
+    if (config.transport == "lan") {
+        return FreeIpmiTransport::openLan(config);
+    }
+    if (config.transport == "inband") {
+        return FreeIpmiTransport::openInband(config);
     }
     throw PException(1, 0x52, 0, error::kActionRefused, error::kDetailTransport, error::kMessagePlatformFailure,
                      {"unknown firmware transport " + config.transport});

@@ -3,7 +3,9 @@
 #include "AppendFile.h"
 #include "Board.h"
 #include "LocalTime.h"
+#include "SystemLog.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
 #include <exception>
@@ -20,9 +22,20 @@ void OrbTrace::putLog(std::uint8_t /*level*/, const char* text) const
 {
     try {
         const auto& board = partmode::Board::instance();
-        std::string line = partmode::LocalTime::now() + " partmode[" + std::to_string(::getpid()) + "]: ";
-        line += text != nullptr ? text : "";
-        line += '\n';
+        std::string record;
+        for (const char* next = text != nullptr ? text : ""; *next != '\0'; ++next) {
+            if (*next == '\n') {
+                record += "\\n";
+            } else {
+                record += *next;
+            }
+        }
+        if (board.traceToSyslog) {
+            partmode::SystemLog::write(LOG_USER | LOG_DEBUG, record);
+            return;
+        }
+        const std::string line =
+            partmode::LocalTime::now() + " partmode[" + std::to_string(::getpid()) + "]: " + record + '\n';
         partmode::AppendFile::append(board.trace, line);
     } catch (const std::exception&) {
         // Without a usable board there is nowhere to trace to.

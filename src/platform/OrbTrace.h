@@ -5,7 +5,9 @@
 namespace trace {
 
 // The board's trace sink. A record is one line in the board's trace file:
-// local time, partmode[PID]: and the text. Tracing never fails the caller: a
+// local time, partmode[PID]: and the text, whose line ends are written as the
+// two characters \n; on a board that traces to syslog, the text is a record
+// of facility user at level debug. Tracing never fails the caller: a
 // line that cannot be written is dropped.
 class OrbTrace {
 public:

@@ -16,12 +16,21 @@ inline constexpr std::uint16_t kDetailUser = 0x0802;
 inline constexpr std::uint16_t kDetailFirmwareState = 0x0803;
 inline constexpr std::uint16_t kDetailTransport = 0x0804;
 inline constexpr std::uint16_t kDetailResponse = 0x0805;
+// The IPMI session over LAN or the in-band device failed; the action code
+// says how (kActionRefused, kActionMalformed and the transport codes below).
+inline constexpr std::uint16_t kDetailSession = 0x0806;
+// The BMC password file cannot be used.
+inline constexpr std::uint16_t kDetailPasswordFile = 0x0807;
 
 // Action codes that go with the details above.
 inline constexpr std::uint8_t kActionUnreadable = 0x01; // file missing or unreadable
 inline constexpr std::uint8_t kActionMalformed = 0x02;  // file or answer does not parse
 inline constexpr std::uint8_t kActionRefused = 0x03;    // user unknown, session refused
 inline constexpr std::uint8_t kActionIo = 0x04;         // lock, write or rename failed
+inline constexpr std::uint8_t kActionTimeout = 0x05;     // no answer within the session timeout
+inline constexpr std::uint8_t kActionUnreachable = 0x06; // host or device cannot be reached or opened
+inline constexpr std::uint8_t kActionInsecure = 0x07;    // password file not private to its owner
+inline constexpr std::uint8_t kActionSessionOther = 0x08; // any other failure of the session library
 
 // Message id the platform attaches to its own failures.
 inline constexpr int kMessagePlatformFailure = 20040;

@@ -3,8 +3,11 @@
 #include "AppendFile.h"
 #include "Board.h"
 #include "LocalTime.h"
+#include "SystemLog.h"
 
 #include <nlohmann/json.hpp>
+
+#include <syslog.h>
 
 #include <cstring>
 #include <exception>
@@ -25,6 +28,13 @@ int llog_putOrbLog(long length, const char* text, unsigned long kind, const char
         std::string body;
         if (text != nullptr && length > 0) {
             body.assign(text, strnlen(text, static_cast<std::size_t>(length)));
+        }
+        if (board.auditToSyslog) {
+            // The text comes last, so it may hold blanks and '=' unquoted.
+            const std::string record = "user=" + orEmpty(userName) + " origin=" + orEmpty(origin) +
+                                       " kind=" + std::to_string(kind) + " code=" + orEmpty(code) + " text=" + body;
+            partmode::SystemLog::write(LOG_AUTHPRIV | LOG_NOTICE, record);
+            return 0;
         }
         const nlohmann::ordered_json record{{"time", partmode::LocalTime::now()},
                                             {"user", orEmpty(userName)},

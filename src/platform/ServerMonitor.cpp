@@ -2,10 +2,12 @@
 
 #include "IPMIClientCommand.h"
 #include "IPMIRequester.h"
+#include "OemProtocol.h"
 #include "PException.h"
 #include "PlatformError.h"
 #include "UICommand.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,7 +28,30 @@ public:
     {
     }
 
-    std::vector<std::uint8_t> fetch() { return send(layout_, {}); }
+    // The whole serialised answer, read piece by piece. A size that changes
+    // between pieces means the answer changed while it was being read.
+    std::vector<std::uint8_t> fetch()
+    {
+        std::vector<std::uint8_t> whole;
+        std::optional<std::size_t> total;
+        do {
+            const auto offset = whole.size();
+            const auto piece = send(layout_, {static_cast<std::uint8_t>(offset >> 8),
+                                              static_cast<std::uint8_t>(offset & 0xFF),
+                                              partmode::wire::kSystemStatusPiece});
+            if (piece.size() < partmode::wire::kSystemStatusTotalSize) {
+                refuse(partmode::error::kActionMalformed, "answer without its size");
+            }
+            const std::size_t size = (std::size_t{piece[0]} << 8) | piece[1];
+            const auto bytes = piece.size() - partmode::wire::kSystemStatusTotalSize;
+            if ((total && *total != size) || offset + bytes > size || (bytes == 0 && offset < size)) {
+                refuse(partmode::error::kActionMalformed, "pieces of the answer do not fit together");
+            }
+            total = size;
+            whole.insert(whole.end(), piece.begin() + partmode::wire::kSystemStatusTotalSize, piece.end());
+        } while (whole.size() < *total);
+        return whole;
+    }
 
 private:
     const partmode::wire::OemRequest& layout_;

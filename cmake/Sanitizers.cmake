@@ -1,0 +1,55 @@
+# PARTMODE_SANITIZE builds everything with AddressSanitizer (LeakSanitizer
+# included) and UndefinedBehaviorSanitizer; every finding ends the process with
+# an error, so the test that ran it fails. With clang the same build also makes
+# the libFuzzer targets of fuzz/ (PARTMODE_FUZZ), and instruments all code for
+# them.
+option(PARTMODE_SANITIZE "Build with AddressSanitizer and UndefinedBehaviorSanitizer" OFF)
+if(PARTMODE_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  set(partmode_fuzz_default ON)
+else()
+  set(partmode_fuzz_default OFF)
+endif()
+option(PARTMODE_FUZZ "Build the libFuzzer targets (clang with PARTMODE_SANITIZE)" ${partmode_fuzz_default})
+
+set(PARTMODE_SANITIZER_COMPILE_FLAGS -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+set(PARTMODE_SANITIZER_LINK_FLAGS -fsanitize=address,undefined)
+if(PARTMODE_FUZZ)
+  if(NOT PARTMODE_SANITIZE OR NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "PARTMODE_FUZZ needs clang and PARTMODE_SANITIZE")
+  endif()
+  list(APPEND PARTMODE_SANITIZER_COMPILE_FLAGS -fsanitize=fuzzer-no-link)
+endif()
+if(PARTMODE_SANITIZE)
+  add_compile_options(${PARTMODE_SANITIZER_COMPILE_FLAGS})
+  add_link_options(${PARTMODE_SANITIZER_LINK_FLAGS})
+endif()
+
+# A module that a program built without the sanitizers loads (ipmi_sim loads
+# the firmware simulator's module) cannot carry them: it is built from its own
+# uninstrumented copy of the simulator libraries.
+function(partmode_without_sanitizers module)
+  if(NOT PARTMODE_SANITIZE)
+    return()
+  endif()
+  foreach(library partmode_wire partmode_sim)
+    get_target_property(sources ${library} SOURCES)
+    add_library(${library}_unsanitized STATIC ${sources})
+    set_target_properties(${library}_unsanitized PROPERTIES POSITION_INDEPENDENT_CODE ON)
+  endforeach()
+  target_include_directories(partmode_wire_unsanitized PUBLIC src/platform)
+  target_include_directories(partmode_sim_unsanitized PUBLIC sim)
+  target_link_libraries(partmode_sim_unsanitized PUBLIC partmode_wire_unsanitized nlohmann_json::nlohmann_json)
+  get_target_property(libraries ${module} LINK_LIBRARIES)
+  list(TRANSFORM libraries REPLACE "^partmode_sim$" partmode_sim_unsanitized)
+  set_property(TARGET ${module} PROPERTY LINK_LIBRARIES ${libraries})
+  foreach(target ${module} partmode_wire_unsanitized partmode_sim_unsanitized)
+    get_target_property(options ${target} COMPILE_OPTIONS)
+    list(REMOVE_ITEM options ${PARTMODE_SANITIZER_COMPILE_FLAGS})
+    set_property(TARGET ${target} PROPERTY COMPILE_OPTIONS ${options})
+    get_target_property(options ${target} LINK_OPTIONS)
+    if(options)
+      list(REMOVE_ITEM options ${PARTMODE_SANITIZER_LINK_FLAGS})
+      set_property(TARGET ${target} PROPERTY LINK_OPTIONS ${options})
+    endif()
+  endforeach()
+endfunction()
