@@ -1,4 +1,5 @@
 #include "Firmware.h"
+#include "SimulatedFirmware.h"
 #include "TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -25,27 +26,15 @@ constexpr std::uint8_t kGetSystemCapabilities = 0xD1;
 
 // The simulator's PCI address, LAN device, dynamic reconfiguration and system
 // capability requests on a state file of their own.
-class FirmwareIoModes : public ::testing::Test {
+class FirmwareIoModes : public partmode::test::SimulatedFirmware {
 protected:
-    void useState(const std::string& initial) { folder_.write("firmware.json", initial); }
-
     RawResponse send(std::uint8_t command, const Bytes& request) const
     {
-        return firmware_.handle(kNetFn, command, request);
+        return SimulatedFirmware::send(kNetFn, command, request);
     }
-
-    [[nodiscard]] std::string stateText() const { return partmode::test::readFile(folder_.path() / "firmware.json"); }
-    [[nodiscard]] json state() const { return json::parse(stateText()); }
-
-    TemporaryDirectory folder_;
-    partmode::sim::Firmware firmware_{folder_.path() / "firmware.json"};
 };
 
-void expectAnswer(const RawResponse& response, std::uint8_t completionCode, const Bytes& data)
-{
-    EXPECT_EQ(response.completionCode, completionCode);
-    EXPECT_EQ(response.data, data);
-}
+using partmode::test::expectAnswer;
 
 TEST_F(FirmwareIoModes, GetPCIAddressModeAnswersTheStoredBytes)
 {

@@ -1,4 +1,5 @@
 #include "Firmware.h"
+#include "SimulatedFirmware.h"
 #include "StateError.h"
 #include "TemporaryDirectory.h"
 
@@ -18,28 +19,9 @@ using partmode::test::TemporaryDirectory;
 using Bytes = std::vector<std::uint8_t>;
 
 // A simulator on a state file of its own.
-class Firmware : public ::testing::Test {
-protected:
-    // The state file starts as `initial`.
-    void useState(const std::string& initial) { folder_.write("firmware.json", initial); }
+class Firmware : public partmode::test::SimulatedFirmware {};
 
-    RawResponse send(std::uint8_t netFn, std::uint8_t command, const Bytes& request) const
-    {
-        return firmware_.handle(netFn, command, request);
-    }
-
-    [[nodiscard]] json state() const { return json::parse(partmode::test::readFile(statePath())); }
-    [[nodiscard]] std::filesystem::path statePath() const { return folder_.path() / "firmware.json"; }
-
-    TemporaryDirectory folder_;
-    partmode::sim::Firmware firmware_{folder_.path() / "firmware.json"};
-};
-
-void expectAnswer(const RawResponse& response, std::uint8_t completionCode, const Bytes& data)
-{
-    EXPECT_EQ(response.completionCode, completionCode);
-    EXPECT_EQ(response.data, data);
-}
+using partmode::test::expectAnswer;
 
 TEST_F(Firmware, UnknownCommandAnswersInvalidCommand)
 {
