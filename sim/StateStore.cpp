@@ -102,7 +102,8 @@ FirmwareState load(const std::filesystem::path& path, bool& exists)
     nlohmann::json document;
     try {
         document = nlohmann::json::parse(content);
-    } catch (const nlohmann::json::parse_error& error) {
+    } catch (const nlohmann::json::exception& error) {
+        // A syntax error, or a number too large for any type (out_of_range).
         throw StateError(StateError::Kind::Malformed, path.string() + ": " + error.what());
     }
     try {

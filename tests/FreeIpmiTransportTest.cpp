@@ -3,6 +3,7 @@
 // answers stop in the middle of a set, and a missing in-band device.
 
 #include "TemporaryDirectory.h"
+#include "ToolProcess.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -35,6 +36,7 @@ namespace {
 using nlohmann::json;
 using partmode::test::readFile;
 using partmode::test::TemporaryDirectory;
+using partmode::test::ToolProcess;
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
@@ -53,50 +55,19 @@ struct Outcome {
     Clock::duration elapsed{};
 };
 
-// Runs `argv` with standard input from /dev/null and both outputs into files of
-// `folder`; kills it when it outlives kRunLimit.
+// Runs `argv` with no input and both outputs into files of `folder`; kills it
+// when it outlives kRunLimit.
 Outcome runProgram(const std::vector<std::string>& argv, const std::vector<std::string>& environment,
                    const TemporaryDirectory& folder)
 {
-    const auto outPath = folder.path() / "run.out";
-    const auto errPath = folder.path() / "run.err";
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::vector<char*> args;
-    for (const auto& arg : argv) {
-        args.push_back(const_cast<char*>(arg.c_str()));
-    }
-    args.push_back(nullptr);
-    std::vector<char*> env;
-    for (const auto& entry : environment) {
-        env.push_back(const_cast<char*>(entry.c_str()));
-    }
-    env.push_back(nullptr);
-
     const auto start = Clock::now();
-    pid_t pid = -1;
-    const int spawned = posix_spawn(&pid, argv[0].c_str(), &actions, nullptr, args.data(), env.data());
-    posix_spawn_file_actions_destroy(&actions);
-    if (spawned != 0) {
-        throw std::runtime_error("cannot run " + argv[0]);
-    }
+    ToolProcess run(folder.path(), "run", argv, environment);
+    const auto finished = run.finish(std::chrono::duration_cast<std::chrono::milliseconds>(kRunLimit));
     Outcome outcome;
-    int status = 0;
-    while (::waitpid(pid, &status, WNOHANG) == 0) {
-        if (Clock::now() - start > kRunLimit) {
-            ::kill(pid, SIGKILL);
-            ::waitpid(pid, &status, 0);
-            break;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
     outcome.elapsed = Clock::now() - start;
-    outcome.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    outcome.out = readFile(outPath);
-    outcome.err = readFile(errPath);
+    outcome.exitStatus = finished.exitStatus();
+    outcome.out = finished.out;
+    outcome.err = finished.err;
     return outcome;
 }
 

@@ -290,7 +290,8 @@ Board Board::load(const std::filesystem::path& path)
     json document;
     try {
         document = json::parse(content.str());
-    } catch (const json::parse_error& error) {
+    } catch (const json::exception& error) {
+        // A syntax error, or a number too large for any type (out_of_range).
         std::string reason = error.what();
         if (const auto end = reason.find("] "); reason.rfind("[json.exception", 0) == 0 && end != std::string::npos) {
             reason.erase(0, end + 2);
