@@ -8,12 +8,21 @@ find_library(FREEIPMI_LIBRARY freeipmi REQUIRED)
 find_path(OPENIPMI_INCLUDE_DIR OpenIPMI/mcserv.h REQUIRED)
 
 target_sources(partmode_core PRIVATE
+  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiLibrary.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiOptions.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiTransport.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../src/platform/PasswordFile.cpp
   ${CMAKE_CURRENT_LIST_DIR}/../src/platform/RawIpmiFrame.cpp)
 target_include_directories(partmode_core SYSTEM PRIVATE ${FREEIPMI_INCLUDE_DIR})
-target_link_libraries(partmode_core PUBLIC ${FREEIPMI_LIBRARY})
+# The tool loads libfreeipmi only when a board names a BMC (FreeIpmiLibrary),
+# by the name the library answers to, its SONAME.
+execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${FREEIPMI_LIBRARY} OUTPUT_VARIABLE freeipmi_headers)
+if(NOT freeipmi_headers MATCHES "SONAME +([^ \n]+)")
+  message(FATAL_ERROR "cannot read the SONAME of ${FREEIPMI_LIBRARY}")
+endif()
+set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiLibrary.cpp APPEND PROPERTY
+  COMPILE_DEFINITIONS PARTMODE_FREEIPMI_SONAME="${CMAKE_MATCH_1}")
+target_link_libraries(partmode_core PUBLIC ${CMAKE_DL_LIBS})
 
 # The module links the simulator's static libraries into a shared object.
 set_target_properties(partmode_wire partmode_sim PROPERTIES POSITION_INDEPENDENT_CODE ON)
@@ -39,5 +48,8 @@ set_target_properties(ipmi_sim PROPERTIES
 file(RELATIVE_PATH PARTMODE_BMC_MODULE_FROM_BINDIR ${CMAKE_INSTALL_FULL_BINDIR}
      ${CMAKE_INSTALL_PREFIX}/lib/partmode/partmode-bmc.so)
 target_sources(partmode-sim PRIVATE ${CMAKE_CURRENT_LIST_DIR}/../sim/BmcServer.cpp)
+# partmode-sim serve asks its BMC with libfreeipmi directly, so the package's
+# Depends also names libfreeipmi, which the tool loads when it needs it.
+target_link_libraries(partmode-sim PRIVATE ${FREEIPMI_LIBRARY})
 target_compile_definitions(partmode-sim PRIVATE PARTMODE_BMC_MODULE_FROM_BINDIR="${PARTMODE_BMC_MODULE_FROM_BINDIR}")
 add_dependencies(partmode-sim ipmi_sim)

@@ -1,5 +1,6 @@
 #include "FreeIpmiTransport.h"
 
+#include "FreeIpmiLibrary.h"
 #include "FreeIpmiOptions.h"
 #include "MessageCatalogue.h"
 #include "OrbTrace.h"
@@ -56,29 +57,47 @@ std::string hostAndPort(const FirmwareConfig& config)
     return (bareIpv6 ? "[" + config.host + "]" : config.host) + ":" + std::to_string(config.port);
 }
 
+// Traces libfreeipmi's reason, then throws it as the platform's exception.
+[[noreturn]] void failSession(const std::string& peer, std::uint16_t command, std::uint8_t action,
+                              const std::string& reason)
+{
+    const std::string text = peer + ": " + reason;
+    char message[kMessageBufferSize];
+    trace::OrbTrace(1, 3, 1024).putLog(0, lmsg_getmsg(kSessionFailureMessage, message, text.c_str()));
+    throw PException(1, 0x52, command, action, error::kDetailSession, error::kMessagePlatformFailure, {text});
+}
+
+const freeipmi::Library& loadLibrary(const std::string& peer)
+{
+    std::string reason;
+    const freeipmi::Library* library = freeipmi::Library::load(reason);
+    if (library == nullptr) {
+        failSession(peer, 0, error::kActionSessionOther, reason);
+    }
+    return *library;
+}
+
 } // namespace
 
 struct FreeIpmiTransport::Context {
-    explicit Context(std::string peer) : handle(ipmi_ctx_create()), peer(std::move(peer)) {}
+    explicit Context(std::string peer) : library(loadLibrary(peer)), handle(library.ctxCreate()), peer(std::move(peer))
+    {
+    }
     Context(const Context&) = delete;
     Context& operator=(const Context&) = delete;
     ~Context()
     {
         if (handle != nullptr) {
             if (open) {
-                ipmi_ctx_close(handle);
+                library.ctxClose(handle);
             }
-            ipmi_ctx_destroy(handle);
+            library.ctxDestroy(handle);
         }
     }
 
-    // Traces libfreeipmi's reason, then throws it as the platform's exception.
     [[noreturn]] void fail(std::uint16_t command, std::uint8_t action, const std::string& reason) const
     {
-        const std::string text = peer + ": " + reason;
-        char message[kMessageBufferSize];
-        trace::OrbTrace(1, 3, 1024).putLog(0, lmsg_getmsg(kSessionFailureMessage, message, text.c_str()));
-        throw PException(1, 0x52, command, action, error::kDetailSession, error::kMessagePlatformFailure, {text});
+        failSession(peer, command, action, reason);
     }
 
     [[noreturn]] void failFromLibrary(std::uint16_t command) const
@@ -86,9 +105,10 @@ struct FreeIpmiTransport::Context {
         if (handle == nullptr) {
             fail(command, error::kActionSessionOther, "cannot create an IPMI context");
         }
-        fail(command, actionOf(ipmi_ctx_errnum(handle)), ipmi_ctx_errormsg(handle));
+        fail(command, actionOf(library.ctxErrnum(handle)), library.ctxErrormsg(handle));
     }
 
+    const freeipmi::Library& library;
     ipmi_ctx_t handle;
     std::string peer;
     bool open = false;
@@ -113,11 +133,11 @@ std::unique_ptr<FreeIpmiTransport> FreeIpmiTransport::openLan(const FirmwareConf
     if (context->handle == nullptr) {
         context->failFromLibrary(0);
     }
-    if (ipmi_ctx_open_outofband_2_0(context->handle, hostAndPort(config).c_str(), config.username.c_str(),
-                                    password.c_str(), nullptr, 0,
-                                    freeipmi::privilegeLevel(config.privilege).value_or(IPMI_PRIVILEGE_LEVEL_ADMIN),
-                                    static_cast<std::uint8_t>(config.cipherSuite), config.sessionTimeoutMs,
-                                    config.retransmissionTimeoutMs, workarounds, IPMI_FLAGS_DEFAULT) < 0) {
+    if (context->library.ctxOpenOutofband20(
+            context->handle, hostAndPort(config).c_str(), config.username.c_str(), password.c_str(), nullptr, 0,
+            freeipmi::privilegeLevel(config.privilege).value_or(IPMI_PRIVILEGE_LEVEL_ADMIN),
+            static_cast<std::uint8_t>(config.cipherSuite), config.sessionTimeoutMs, config.retransmissionTimeoutMs,
+            workarounds, IPMI_FLAGS_DEFAULT) < 0) {
         context->failFromLibrary(0);
     }
     context->open = true;
@@ -134,14 +154,15 @@ std::unique_ptr<FreeIpmiTransport> FreeIpmiTransport::openInband(const FirmwareC
     const auto driver = static_cast<ipmi_driver_type_t>(freeipmi::inbandDriver(config.driver).value_or(0));
     const char* device = config.device.empty() ? nullptr : config.device.c_str();
     if (driver == IPMI_DEVICE_UNKNOWN) {
-        const int found = ipmi_ctx_find_inband(context->handle, nullptr, 0, 0, 0, device, 0, IPMI_FLAGS_DEFAULT);
+        const int found =
+            context->library.ctxFindInband(context->handle, nullptr, 0, 0, 0, device, 0, IPMI_FLAGS_DEFAULT);
         if (found < 0) {
             context->failFromLibrary(0);
         }
         if (found == 0) {
             context->fail(0, error::kActionUnreachable, "no in-band IPMI device found");
         }
-    } else if (ipmi_ctx_open_inband(context->handle, driver, 0, 0, 0, device, 0, IPMI_FLAGS_DEFAULT) < 0) {
+    } else if (context->library.ctxOpenInband(context->handle, driver, 0, 0, 0, device, 0, IPMI_FLAGS_DEFAULT) < 0) {
         context->failFromLibrary(0);
     }
     context->open = true;
@@ -153,9 +174,9 @@ RawResponse FreeIpmiTransport::request(std::uint8_t netFn, std::uint8_t command,
     const RawIpmiFrame frame(netFn, command, iana_);
     const auto packet = frame.request(data);
     std::array<std::uint8_t, kResponseBufferSize> answer{};
-    const int length =
-        ipmi_cmd_raw(context_->handle, IPMI_BMC_IPMB_LUN_BMC, netFn, packet.data(),
-                     static_cast<unsigned int>(packet.size()), answer.data(), static_cast<unsigned int>(answer.size()));
+    const int length = context_->library.cmdRaw(context_->handle, IPMI_BMC_IPMB_LUN_BMC, netFn, packet.data(),
+                                                static_cast<unsigned int>(packet.size()), answer.data(),
+                                                static_cast<unsigned int>(answer.size()));
     if (length < 0) {
         context_->failFromLibrary(command);
     }

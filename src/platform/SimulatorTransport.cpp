@@ -23,14 +23,10 @@ PException sessionFailure(std::uint8_t command, const sim::StateError& failure)
 
 } // namespace
 
-SimulatorTransport::SimulatorTransport(const std::filesystem::path& statePath) : firmware_(statePath)
-{
-    try {
-        firmware_.open();
-    } catch (const sim::StateError& failure) {
-        throw sessionFailure(0, failure);
-    }
-}
+// Opening checks nothing: every request reads the state file anyway, and the
+// first creates it with the defaults, so a file that cannot be used fails the
+// session there, with the same failure, and is not parsed once more.
+SimulatorTransport::SimulatorTransport(const std::filesystem::path& statePath) : firmware_(statePath) {}
 
 RawResponse SimulatorTransport::request(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> data)
 {

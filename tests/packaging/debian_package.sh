@@ -35,7 +35,8 @@ depended=$(sed 's/ *([^)]*)//g; s/ *[|,] */\n/g' <<< "$depends")
 dpkg-deb -x "$deb" "$tmp/root"
 for program in "$tmp/root/usr/sbin/partmode" "$tmp/root/usr/bin/partmode-sim"; do
     for library in $(readelf -d "$program" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p'); do
-        path=$(ldd "$program" | awk -v lib="$library" '$1 == lib {print $3}')
+        # ldd names the dynamic loader by its path alone: "/lib64/ld-linux-x86-64.so.2 (0x...)".
+        path=$(ldd "$program" | awk -v lib="$library" '$1 == lib {print $3} $1 ~ ("/" lib "$") {print $1}')
         owner=$(dpkg-query -S "$path" 2> /dev/null || dpkg-query -S "$(readlink -f "$path")" 2> /dev/null ||
             dpkg-query -S "/usr$path" 2> /dev/null || true)
         owner=${owner%%:*}
