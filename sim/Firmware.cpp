@@ -251,11 +251,6 @@ bool takeFault(const wire::OemRequest& request, const Bytes& parameters, Firmwar
 
 Firmware::Firmware(std::filesystem::path statePath) : store_(std::move(statePath)) {}
 
-void Firmware::open() const
-{
-    store_.transact([](FirmwareState&) { return false; });
-}
-
 std::span<const Firmware::Route> Firmware::routes() { return kRoutes; }
 
 RawResponse Firmware::handle(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> request) const

@@ -19,10 +19,6 @@ class Firmware {
 public:
     explicit Firmware(std::filesystem::path statePath);
 
-    // Checks that the state file can be used, creating it with the defaults
-    // when it is missing; throws StateError when it cannot.
-    void open() const;
-
     RawResponse handle(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> request) const;
 
     // A handler reads the decoded parameters and the state; it sets `changed`

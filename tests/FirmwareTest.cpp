@@ -233,30 +233,6 @@ TEST_F(Firmware, UnparsableStateFileThrowsStateError)
     }
 }
 
-TEST_F(Firmware, OpenCreatesAMissingStateFileWithTheDefaults)
-{
-    firmware_.open();
-    EXPECT_EQ(state(), partmode::sim::FirmwareState::defaults().document());
-}
-
-TEST_F(Firmware, OpenLeavesAnExistingStateFileAsItIs)
-{
-    useState(R"({"defined_partitions": [1]})");
-    firmware_.open();
-    EXPECT_EQ(partmode::test::readFile(statePath()), R"({"defined_partitions": [1]})");
-}
-
-TEST_F(Firmware, OpenOfAMalformedStateFileThrowsStateError)
-{
-    useState(R"({"defined_partitions": "all"})");
-    try {
-        firmware_.open();
-        FAIL() << "a malformed state opened";
-    } catch (const StateError& failure) {
-        EXPECT_EQ(failure.kind(), StateError::Kind::Malformed);
-    }
-}
-
 TEST_F(Firmware, EveryRouteNamesADistinctRequest)
 {
     // A second route for the same request could never be reached.
