@@ -71,11 +71,7 @@ RawResponse getSystemStatus(const Bytes& parameters, FirmwareState& state, bool&
     }
     ComponentInfoCollection<PrimitiveTypeArray<long>> collection;
     for (const auto& values : records) {
-        auto record = std::make_unique<PrimitiveTypeArray<long>>();
-        for (const auto value : values) {
-            record->add(value);
-        }
-        collection.add(std::move(record));
+        collection.add(std::make_unique<PrimitiveTypeArray<long>>(std::vector<long>(values.begin(), values.end())));
     }
     Bytes data(collection.getSerializedSize());
     collection.getSerialized(data.data(), static_cast<unsigned int>(data.size()));

@@ -17,11 +17,7 @@ using Arguments = std::vector<PException::Argument>;
 
 std::unique_ptr<Array> arrayOf(const std::vector<long>& values)
 {
-    auto array = std::make_unique<Array>();
-    for (const long value : values) {
-        array->add(value);
-    }
-    return array;
+    return std::make_unique<Array>(values);
 }
 
 bool deserialise(Collection& collection, const Bytes& bytes)

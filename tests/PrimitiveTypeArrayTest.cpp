@@ -16,11 +16,7 @@ using Arguments = std::vector<PException::Argument>;
 // Arrays cannot be copied, so they are handed out on the free store.
 std::unique_ptr<Array> arrayOf(const std::vector<long>& values)
 {
-    auto array = std::make_unique<Array>();
-    for (const long value : values) {
-        array->add(value);
-    }
-    return array;
+    return std::make_unique<Array>(values);
 }
 
 Bytes serialise(const Array& array)

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <span>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace OrbLib::OrbUi {
@@ -21,6 +22,9 @@ class PrimitiveTypeArray : public SerializableObject {
 
 public:
     static constexpr unsigned int kValueSize = 4;
+
+    PrimitiveTypeArray() = default;
+    explicit PrimitiveTypeArray(std::vector<T> values) : values_(std::move(values)) {}
 
     unsigned int getSerialized(unsigned char* buffer, unsigned int size) const override
     {
