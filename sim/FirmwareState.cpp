@@ -1,5 +1,6 @@
 #include "FirmwareState.h"
 
+#include "OemProtocol.h"
 #include "StateError.h"
 
 #include <array>
@@ -279,7 +280,7 @@ std::uint8_t FirmwareState::extendedPartitionParent(unsigned int partition) cons
             return parent->get<std::uint8_t>();
         }
     }
-    return 255;
+    return wire::kNoParentPartition;
 }
 
 std::uint8_t FirmwareState::lanDeviceMode(unsigned int unit) const

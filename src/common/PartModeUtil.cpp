@@ -9,6 +9,7 @@
 #include "OEMGetTPMEnablesCommand.h"
 #include "OEMGetXPARInfoCommand.h"
 #include "OEMGetXPARModeCommand.h"
+#include "OemProtocol.h"
 #include "PException.h"
 #include "PartitionInfo.h"
 #include "PlatformError.h"
@@ -187,7 +188,7 @@ bool PartModeUtil::checkParentPartitionId(IPMIRequester& requester, unsigned int
 {
     OEMGetXPARInfoCommand command(requester);
     const int parent = command.getXPARInfo(static_cast<int>(partition));
-    if (parent == 255) {
+    if (parent == partmode::wire::kNoParentPartition) {
         return false;
     }
     partition = static_cast<unsigned int>(parent);
