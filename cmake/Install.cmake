@@ -1,4 +1,4 @@
-# Installation and the Debian package. Every path lies below the prefix, so
+# Installation. Every path lies below the prefix, so
 # DESTDIR and the prefix (CMAKE_INSTALL_PREFIX, cmake --install --prefix)
 # relocate the installation whole; partmode finds its catalogue relative to
 # its own folder.
@@ -10,12 +10,13 @@ install(TARGETS partmode RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR})
 install(TARGETS partmode-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES ${PARTMODE_SOURCE_DIR}/man/partmode.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8)
 install(FILES ${PARTMODE_SOURCE_DIR}/man/partmode-sim.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES ${PARTMODE_SOURCE_DIR}/completion/partmode
+# One completion file per program, named after it.
+install(DIRECTORY ${PARTMODE_SOURCE_DIR}/completion/
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
 
 # The example board lies beside the board the tool reads: /etc/partmode for
 # the prefix /usr, PREFIX/etc/partmode for any other. The prefix is only known
-# when installing (cmake --install --prefix, CPack), hence a script.
+# when installing (cmake --install --prefix), hence a script.
 install(CODE "
   if(CMAKE_INSTALL_PREFIX STREQUAL \"/usr\")
     set(partmode_board_folder /etc/partmode)
@@ -33,24 +34,3 @@ function(partmode_install_modules)
   endif()
 endfunction()
 cmake_language(DEFER DIRECTORY ${CMAKE_SOURCE_DIR} CALL partmode_install_modules)
-
-# The example board is a conffile of the package, as every file below /etc.
-file(WRITE ${CMAKE_BINARY_DIR}/debian/conffiles "/etc/partmode/board.json.example\n")
-
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME partmode)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "show and set the hardware modes of a server partition")
-string(CONCAT CPACK_PACKAGE_DESCRIPTION
-    "partmode runs on the management board of a partitionable server and shows or sets the PCI Express, "
-    "PCI address, LAN device, memory mirror RAS, memory operation and memory sparing modes and the "
-    "dynamic reconfiguration setting of one physical partition.")
-set(CPACK_PACKAGE_CONTACT "partmode maintainers <root@localhost>")
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION admin)
-# Depends is worked out by dpkg-shlibdeps from the libraries the programs link.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_STRIP_FILES ON)
-# partmode-sim serve runs OpenIPMI's ipmi_sim with the module.
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS openipmi)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${CMAKE_BINARY_DIR}/debian/conffiles)
-include(CPack)

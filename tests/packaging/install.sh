@@ -13,6 +13,7 @@ check_tree()
     expect_file "$root/share/man/man8/partmode.8"
     expect_file "$root/share/man/man1/partmode-sim.1"
     expect_file "$root/share/bash-completion/completions/partmode"
+    expect_file "$root/share/bash-completion/completions/partmode-sim"
     expect_file "$board_folder/board.json.example"
     local module
     for module in "$build_dir"/lib/partmode/*.so; do

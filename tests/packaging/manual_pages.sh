@@ -48,10 +48,25 @@ while IFS= read -r message; do
         fail "partmode(8) does not show the message: $message"
 done <<< "$messages"
 
+# Every exception detail and action code of the platform, in hexadecimal and
+# in the trace's decimal, has its row in the tables under DIAGNOSTICS.
+diagnostics=$(LC_ALL=C MANWIDTH=1000 man -l "$source_dir/man/partmode.8" 2> /dev/null | col -bx |
+    sed -n '/^DIAGNOSTICS/,/^[A-Z]/p')
+codes=$(perl -ne 'print "$1 $2\n" if /k(Detail|Action)\w+ = (0x[0-9A-Fa-f]+);/' "$source_dir/src/platform/PlatformError.h")
+[[ $(wc -l <<< "$codes") -ge 17 ]] || fail "found only $(wc -l <<< "$codes") codes in PlatformError.h"
+while read -r kind hex; do
+    grep -qE "^ +$hex +$((hex)) +[a-z]" <<< "$diagnostics" || fail "partmode(8) has no row for the $kind code $hex"
+done <<< "$codes"
+
+# How an operator makes partmode set-user-ID, and how reasons are asked for.
+grep -qF "dpkg-statoverride --update --add root partmode 4750 /usr/sbin/partmode" <<< "$text" ||
+    fail "partmode(8) does not show how to make partmode set-user-ID"
+grep -qF '"diagnostics": "stderr"' <<< "$text" || fail "partmode(8) does not name the board key diagnostics"
+
 # Every word of partmode-sim's usage text.
 sim_text=$(page_text "$source_dir/man/partmode-sim.1")
-usage=$(perl -0ne 'print $1 if /kUsage\s*=\s*((?:\s*"[^"]*")+)/' "$source_dir/sim/partmode_sim_main.cpp")
-[[ -n $usage ]] || fail "no usage text found in partmode_sim_main.cpp"
+usage=$(perl -0ne 'print $1 if /kUsage\s*=\s*((?:\s*"[^"]*")+)/' "$source_dir/sim/SimControl.cpp")
+[[ -n $usage ]] || fail "no usage text found in SimControl.cpp"
 for word in $(grep -oE -- '(--)?[a-z][a-z-]*' <<< "$usage" | sort -u); do
     [[ $word == usage || $word == n ]] && continue
     grep -qF -- "$word" <<< "$sim_text" || fail "partmode-sim(1) does not name $word"
