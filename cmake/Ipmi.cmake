@@ -47,7 +47,8 @@ set_target_properties(ipmi_sim PROPERTIES
 # tree as in an installation (lib/partmode below the prefix).
 file(RELATIVE_PATH PARTMODE_BMC_MODULE_FROM_BINDIR ${CMAKE_INSTALL_FULL_BINDIR}
      ${CMAKE_INSTALL_PREFIX}/lib/partmode/partmode-bmc.so)
-target_sources(partmode-sim PRIVATE ${CMAKE_CURRENT_LIST_DIR}/../sim/BmcServer.cpp)
+target_sources(partmode-sim PRIVATE ${CMAKE_CURRENT_LIST_DIR}/../sim/BmcServer.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/../sim/SystemInterfaceProbe.cpp)
 # partmode-sim serve asks its BMC with libfreeipmi directly, so the package's
 # Depends also names libfreeipmi, which the tool loads when it needs it.
 target_link_libraries(partmode-sim PRIVATE ${FREEIPMI_LIBRARY})

@@ -1,7 +1,7 @@
 #include "Firmware.h"
 
-#include "ComponentInfoCollection.h"
 #include "CompletionCode.h"
+#include "ComponentInfoCollection.h"
 #include "OemProtocol.h"
 #include "PrimitiveTypeArray.h"
 
@@ -249,12 +249,18 @@ Firmware::Firmware(std::filesystem::path statePath) : store_(std::move(statePath
 
 std::span<const Firmware::Route> Firmware::routes() { return kRoutes; }
 
-RawResponse Firmware::handle(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> request) const
+const Firmware::Route* Firmware::findRoute(std::uint8_t netFn, std::uint8_t command)
 {
     const auto route = std::find_if(kRoutes.begin(), kRoutes.end(), [&](const Route& candidate) {
         return candidate.request->netFn == netFn && candidate.request->command == command;
     });
-    if (route == kRoutes.end()) {
+    return route != kRoutes.end() ? &*route : nullptr;
+}
+
+RawResponse Firmware::handle(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> request) const
+{
+    const Route* route = findRoute(netFn, command);
+    if (route == nullptr) {
         return RawResponse{cc::kInvalidCommand, {}};
     }
     Bytes parameters;

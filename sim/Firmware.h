@@ -31,6 +31,8 @@ public:
     };
 
     static std::span<const Route> routes();
+    // The route of a request, or nullptr when the firmware does not answer it.
+    static const Route* findRoute(std::uint8_t netFn, std::uint8_t command);
 
 private:
     StateStore store_;

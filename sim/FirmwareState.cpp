@@ -13,7 +13,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::array kFlagKeys{"power_on", "system_status", "extended_partitioning", "reserved_sb"};
-constexpr std::array kByteKeys{"dynamic_reconfiguration", "tpm",        "pci_express_mode",
+constexpr std::array kByteKeys{"dynamic_reconfiguration", "tpm",         "pci_express_mode",
                                "pci_address_mode",        "memory_mode", "node_ids"};
 constexpr std::array kTopKeys{"defined_partitions", "exclusive_features", "partitions", "extended_partition_parents",
                               "lan_device_modes",   "server_monitor",     "faults"};
@@ -32,7 +32,28 @@ bool isOneOf(const std::array<const char*, N>& keys, std::string_view key)
     return false;
 }
 
-bool isByte(const json& value) { return value.is_number_integer() && value.get<long long>() >= 0 && value.get<long long>() <= 255; }
+bool isByte(const json& value)
+{
+    return value.is_number_integer() && value.get<long long>() >= 0 && value.get<long long>() <= 255;
+}
+
+// Request codes of a fault may also be written as "0x30", as `partmode-sim
+// show` prints them, so that its output is a state file again.
+std::optional<std::uint8_t> codeByte(const json& value)
+{
+    if (isByte(value)) {
+        return value.get<std::uint8_t>();
+    }
+    if (!value.is_string()) {
+        return std::nullopt;
+    }
+    const auto& text = value.get_ref<const std::string&>();
+    if (text.size() < 3 || text.size() > 4 || (text.compare(0, 2, "0x") != 0 && text.compare(0, 2, "0X") != 0) ||
+        text.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint8_t>(std::stoul(text.substr(2), nullptr, 16));
+}
 
 void checkByteList(const json& value, const std::string& where)
 {
@@ -89,14 +110,17 @@ FirmwareState::FirmwareState() : document_(json::object()) {}
 
 FirmwareState::FirmwareState(json document) : document_(std::move(document)) { validate(); }
 
-FirmwareState FirmwareState::defaults()
+FirmwareState FirmwareState::defaults(unsigned int partitions)
 {
     FirmwareState state;
     json& document = state.document_;
-    document["defined_partitions"] = json::array({0, 1, 2, 3});
+    document["defined_partitions"] = json::array();
+    for (unsigned int partition = 0; partition < partitions; ++partition) {
+        document["defined_partitions"].push_back(partition);
+    }
     document["exclusive_features"] = false;
     document["partitions"] = json::object();
-    for (unsigned int partition = 0; partition < 4; ++partition) {
+    for (unsigned int partition = 0; partition < partitions; ++partition) {
         document["partitions"][std::to_string(partition)] = state.defaultPartition(partition);
     }
     document["extended_partition_parents"] = json::object();
@@ -105,6 +129,10 @@ FirmwareState FirmwareState::defaults()
     document["faults"] = json::array();
     return state;
 }
+
+bool FirmwareState::isFlagKey(const std::string& key) { return isOneOf(kFlagKeys, key); }
+
+bool FirmwareState::isByteListKey(const std::string& key) { return isOneOf(kByteKeys, key); }
 
 void FirmwareState::validate() const
 {
@@ -174,7 +202,9 @@ void FirmwareState::validate() const
                 if (!isOneOf(kFaultKeys, key)) {
                     malformed("unknown key \"faults." + key + "\"");
                 }
-                const bool valid = key == "count" ? value.is_number_unsigned() : isByte(value);
+                const bool valid = key == "count"       ? value.is_number_unsigned()
+                                   : key == "partition" ? isByte(value)
+                                                        : codeByte(value).has_value();
                 if (!valid) {
                     malformed("\"faults." + key + "\" must be " + (key == "count" ? "a count" : "a byte"));
                 }
@@ -192,16 +222,17 @@ json FirmwareState::defaultPartition(unsigned int partition) const
 {
     // One system board and two I/O units per partition unless the state says otherwise.
     const auto firstUnit = static_cast<std::uint8_t>(0x80 + 2 * partition);
-    return json{{"power_on", false},
-                {"system_status", true},
-                {"dynamic_reconfiguration", {0, 0}},
-                {"extended_partitioning", false},
-                {"tpm", {0, 0}},
-                {"pci_express_mode", {1, 1}},
-                {"pci_address_mode", {1, 1}},
-                {"memory_mode", {0, 1, 0, 1, 1, 0}},
-                {"node_ids", {static_cast<std::uint8_t>(partition), firstUnit, static_cast<std::uint8_t>(firstUnit + 1)}},
-                {"reserved_sb", false}};
+    return json{
+        {"power_on", false},
+        {"system_status", true},
+        {"dynamic_reconfiguration", {0, 0}},
+        {"extended_partitioning", false},
+        {"tpm", {0, 0}},
+        {"pci_express_mode", {1, 1}},
+        {"pci_address_mode", {1, 1}},
+        {"memory_mode", {0, 1, 0, 1, 1, 0}},
+        {"node_ids", {static_cast<std::uint8_t>(partition), firstUnit, static_cast<std::uint8_t>(firstUnit + 1)}},
+        {"reserved_sb", false}};
 }
 
 Bytes FirmwareState::definedPartitions() const
@@ -221,6 +252,10 @@ bool FirmwareState::isDefined(unsigned int partition) const
 }
 
 bool FirmwareState::exclusiveFeatures() const { return document_.value("exclusive_features", false); }
+
+void FirmwareState::setDefinedPartitions(const Bytes& partitions) { document_["defined_partitions"] = partitions; }
+
+void FirmwareState::setExclusiveFeatures(bool enabled) { document_["exclusive_features"] = enabled; }
 
 const json* FirmwareState::partitionValue(unsigned int partition, const std::string& key) const
 {
@@ -283,6 +318,19 @@ std::uint8_t FirmwareState::extendedPartitionParent(unsigned int partition) cons
     return wire::kNoParentPartition;
 }
 
+void FirmwareState::setExtendedPartitionParent(unsigned int partition, std::optional<std::uint8_t> parent)
+{
+    json& parents = document_["extended_partition_parents"];
+    if (parents.is_null()) {
+        parents = json::object();
+    }
+    if (parent) {
+        parents[std::to_string(partition)] = *parent;
+    } else {
+        parents.erase(std::to_string(partition));
+    }
+}
+
 std::uint8_t FirmwareState::lanDeviceMode(unsigned int unit) const
 {
     const auto modes = document_.find("lan_device_modes");
@@ -317,9 +365,9 @@ std::vector<Fault> FirmwareState::faults() const
     }
     for (const auto& entry : *faults) {
         Fault fault;
-        fault.netFn = entry.at("netfn").get<std::uint8_t>();
-        fault.command = entry.at("cmd").get<std::uint8_t>();
-        fault.completionCode = entry.at("completion_code").get<std::uint8_t>();
+        fault.netFn = *codeByte(entry.at("netfn"));
+        fault.command = *codeByte(entry.at("cmd"));
+        fault.completionCode = *codeByte(entry.at("completion_code"));
         if (entry.contains("partition")) {
             fault.partition = entry.at("partition").get<std::uint8_t>();
         }

@@ -29,14 +29,22 @@ public:
     FirmwareState();
     explicit FirmwareState(nlohmann::json document);
 
-    // The state a new firmware starts with, every default written out.
-    static FirmwareState defaults();
+    // The state a new firmware starts with, every default written out, for a
+    // board of `partitions` physical partitions.
+    static FirmwareState defaults(unsigned int partitions = 4);
+
+    // The per-partition keys that hold true or false, and those that hold
+    // byte lists.
+    [[nodiscard]] static bool isFlagKey(const std::string& key);
+    [[nodiscard]] static bool isByteListKey(const std::string& key);
 
     [[nodiscard]] const nlohmann::json& document() const { return document_; }
 
     [[nodiscard]] Bytes definedPartitions() const;
     [[nodiscard]] bool isDefined(unsigned int partition) const;
     [[nodiscard]] bool exclusiveFeatures() const;
+    void setDefinedPartitions(const Bytes& partitions);
+    void setExclusiveFeatures(bool enabled);
 
     // Byte lists of a partition ("pci_express_mode", "memory_mode", ...).
     [[nodiscard]] Bytes partitionBytes(unsigned int partition, const std::string& key) const;
@@ -47,6 +55,8 @@ public:
 
     // Parent of an extended partition, 255 when it has none.
     [[nodiscard]] std::uint8_t extendedPartitionParent(unsigned int partition) const;
+    // Without a parent the extended partition's entry is removed.
+    void setExtendedPartitionParent(unsigned int partition, std::optional<std::uint8_t> parent);
     [[nodiscard]] std::uint8_t lanDeviceMode(unsigned int unit) const;
     void setLanDeviceMode(unsigned int unit, std::uint8_t mode);
 

@@ -1,5 +1,7 @@
 #include "StateStore.h"
 
+#include "CheckedFile.h"
+#include "FileLock.h"
 #include "StateError.h"
 #include "UniqueFd.h"
 
@@ -8,8 +10,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -27,53 +31,60 @@ std::string describe(const std::string& what, const std::filesystem::path& path,
     throw StateError(StateError::Kind::Io, describe(what, path, error));
 }
 
-// Holds the exclusive lock of a state file for one access.
+// The state file and its companion files: STATE.lock, which is never
+// replaced, and STATE.new, the name under which a new state is linked into the
+// folder before it is renamed over the state file.
+std::filesystem::path companion(const std::filesystem::path& statePath, const char* suffix)
+{
+    std::filesystem::path path = statePath;
+    path += suffix;
+    return path;
+}
+
+const CheckedFile::Rules kStateRules{CheckedFile::kMiB, false};
+
+// Holds the exclusive lock of a state file for one access. A process killed
+// between linking a new state and renaming it leaves STATE.new behind; the
+// next holder of the lock removes it.
 class StateLock {
 public:
     explicit StateLock(const std::filesystem::path& statePath)
     {
-        std::filesystem::path lockPath = statePath;
-        lockPath += ".lock";
+        const auto lockPath = companion(statePath, ".lock");
         std::error_code ignored;
         std::filesystem::create_directories(statePath.parent_path().empty() ? "." : statePath.parent_path(), ignored);
-        fd_.reset(::open(lockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
-        if (!fd_) {
-            ioFailure("cannot open", lockPath, errno);
+        try {
+            // Others cannot open the lock, so they cannot hold it either.
+            fd_ = CheckedFile::open(lockPath, O_RDWR, {}, 0600);
+        } catch (const CheckedFile::Refused& refused) {
+            throw StateError(StateError::Kind::Io, "cannot open " + lockPath.string() + ": " + refused.what());
         }
-        while (::flock(fd_.get(), LOCK_EX) != 0) {
-            if (errno != EINTR) {
-                ioFailure("cannot lock", lockPath, errno);
-            }
+        lock_ = std::make_unique<FileLock>(fd_.get());
+        if (!lock_->held()) {
+            throw StateError(lock_->timedOut() ? StateError::Kind::Busy : StateError::Kind::Io,
+                             "cannot lock " + lockPath.string() + ": " + lock_->failure());
+        }
+        if (::unlink(companion(statePath, ".new").c_str()) != 0 && errno != ENOENT) {
+            ioFailure("cannot remove", companion(statePath, ".new"), errno);
         }
     }
     // Closing the descriptor releases the lock.
 
 private:
     UniqueFd fd_;
+    std::unique_ptr<FileLock> lock_;
 };
 
 bool readFile(const std::filesystem::path& path, std::string& content)
 {
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!fd) {
-        if (errno == ENOENT) {
+    try {
+        content = CheckedFile::read(path, kStateRules);
+        return true;
+    } catch (const CheckedFile::Refused& refused) {
+        if (refused.kind() == CheckedFile::Refused::Kind::Missing) {
             return false;
         }
-        throw StateError(StateError::Kind::Unreadable, describe("cannot read", path, errno));
-    }
-    std::vector<char> buffer(64 * 1024);
-    for (;;) {
-        const ssize_t got = ::read(fd.get(), buffer.data(), buffer.size());
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            throw StateError(StateError::Kind::Unreadable, describe("cannot read", path, errno));
-        }
-        if (got == 0) {
-            return true;
-        }
-        content.append(buffer.data(), static_cast<std::size_t>(got));
+        throw StateError(StateError::Kind::Unreadable, "cannot read " + path.string() + ": " + refused.what());
     }
 }
 
@@ -92,6 +103,34 @@ void writeAll(int fd, const std::string& text, const std::filesystem::path& path
     }
 }
 
+// Why a text is not JSON, in our words rather than the parser's; a syntax
+// error is placed by line and column.
+std::string notJson(const nlohmann::json::exception& error, const std::string& content)
+{
+    const auto* syntax = dynamic_cast<const nlohmann::json::parse_error*>(&error);
+    if (syntax == nullptr) {
+        return "not valid JSON: it holds a number too large to read";
+    }
+    const auto end = std::min<std::size_t>(syntax->byte == 0 ? 0 : syntax->byte - 1, content.size());
+    std::size_t line = 1;
+    std::size_t column = 1;
+    for (std::size_t i = 0; i < end; ++i) {
+        if (content[i] == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    if (content.find_first_not_of(" \t\r\n") == std::string::npos) {
+        return "not valid JSON: the file is empty";
+    }
+    if (end >= content.size()) {
+        return "not valid JSON: it ends too early (line " + std::to_string(line) + ")";
+    }
+    return "not valid JSON at line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
 FirmwareState load(const std::filesystem::path& path, bool& exists)
 {
     std::string content;
@@ -104,7 +143,7 @@ FirmwareState load(const std::filesystem::path& path, bool& exists)
         document = nlohmann::json::parse(content);
     } catch (const nlohmann::json::exception& error) {
         // A syntax error, or a number too large for any type (out_of_range).
-        throw StateError(StateError::Kind::Malformed, path.string() + ": " + error.what());
+        throw StateError(StateError::Kind::Malformed, path.string() + ": " + notJson(error, content));
     }
     try {
         return FirmwareState(std::move(document));
@@ -113,26 +152,57 @@ FirmwareState load(const std::filesystem::path& path, bool& exists)
     }
 }
 
+// Writes `text` to `fd` and syncs it.
+void writeSynced(int fd, const std::string& text, const std::filesystem::path& path)
+{
+    writeAll(fd, text, path);
+    if (::fsync(fd) != 0) {
+        ioFailure("cannot write", path, errno);
+    }
+}
+
+// Gives the unnamed file `fd` the name `path`: through AT_EMPTY_PATH where the
+// process may (it needs CAP_DAC_READ_SEARCH), else through /proc, which a
+// chroot may lack. False when neither works.
+bool linkUnnamed(int fd, const std::filesystem::path& path)
+{
+    if (::linkat(fd, "", AT_FDCWD, path.c_str(), AT_EMPTY_PATH) == 0) {
+        return true;
+    }
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    return ::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+// Writes the new state so that it has no name until it is complete: an
+// O_TMPFILE file linked in as STATE.new. Where the file system has no
+// O_TMPFILE, or the file cannot be linked, STATE.new is written by name.
+// Called under the lock, so STATE.new belongs to this process alone.
+void writeNewState(const std::filesystem::path& folder, const std::filesystem::path& newPath, const std::string& text)
+{
+    if (const UniqueFd unnamed(::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600)); unnamed) {
+        writeSynced(unnamed.get(), text, newPath);
+        if (linkUnnamed(unnamed.get(), newPath)) {
+            return;
+        }
+    }
+    const UniqueFd named(::open(newPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!named) {
+        ioFailure("cannot create", newPath, errno);
+    }
+    writeSynced(named.get(), text, newPath);
+}
+
 void save(const std::filesystem::path& path, const FirmwareState& state)
 {
     const auto folder = path.parent_path().empty() ? std::filesystem::path(".") : path.parent_path();
-    std::string pattern = (folder / (path.filename().string() + ".XXXXXX")).string();
-    UniqueFd fd(::mkstemp(pattern.data()));
-    if (!fd) {
-        ioFailure("cannot create a file in", folder, errno);
-    }
-    const std::filesystem::path temporary = pattern;
+    const auto newPath = companion(path, ".new");
     try {
-        writeAll(fd.get(), state.document().dump(2) + "\n", temporary);
-        if (::fchmod(fd.get(), 0644) != 0 || ::fsync(fd.get()) != 0) {
-            ioFailure("cannot write", temporary, errno);
-        }
-        fd.reset();
-        if (::rename(temporary.c_str(), path.c_str()) != 0) {
+        writeNewState(folder, newPath, state.document().dump(2) + "\n");
+        if (::rename(newPath.c_str(), path.c_str()) != 0) {
             ioFailure("cannot replace", path, errno);
         }
     } catch (...) {
-        ::unlink(temporary.c_str());
+        ::unlink(newPath.c_str());
         throw;
     }
     // Make the rename itself durable.

@@ -9,8 +9,9 @@ namespace partmode::sim {
 
 // The state file of one simulated firmware. Every access holds an exclusive
 // flock on the companion file STATE.lock (which is never replaced, unlike the
-// state file itself), and a change is written to a temporary file in the same
-// folder, synced and renamed over the state file, so concurrent processes never
+// state file itself), waited for at most FileLock::kDefaultWait. A change is
+// written to an unnamed file in the same folder, synced, linked in as
+// STATE.new and renamed over the state file, so concurrent processes never
 // lose an update and never see a torn file. Failures throw StateError.
 class StateStore {
 public:

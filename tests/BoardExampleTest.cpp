@@ -1,8 +1,11 @@
 #include "Board.h"
 #include "TemporaryDirectory.h"
+#include "ToolProcess.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <unistd.h>
 
 #include <fstream>
 #include <stdexcept>
@@ -17,6 +20,7 @@ namespace {
 using nlohmann::json;
 using partmode::Board;
 using partmode::test::TemporaryDirectory;
+using partmode::test::ToolProcess;
 
 const std::filesystem::path kExample = std::filesystem::path(PARTMODE_SOURCE_DIR) / "etc" / "board.json.example";
 
@@ -55,12 +59,57 @@ TEST(BoardExample, IsABoardThatLoads)
 {
     const Board board = Board::load(kExample);
     EXPECT_EQ(board.partitions, 4U);
-    EXPECT_EQ(board.extendedPartitions, 2U);
+    EXPECT_EQ(board.extendedPartitions, 0U);
     ASSERT_TRUE(board.users.has_value());
     EXPECT_EQ(board.users->at("operator2").privilege, 5);
-    EXPECT_EQ(board.firmware.state, std::filesystem::path("/var/lib/partmode/firmware.json"));
-    EXPECT_EQ(board.trace, std::filesystem::path("/var/log/partmode/trace.log"));
-    EXPECT_TRUE(board.auditToSyslog);
+    EXPECT_EQ(board.firmware.transport, "simulator");
+}
+
+TEST(BoardExample, LetsRootChangeEveryPartition)
+{
+    const Board board = Board::load(kExample);
+    ASSERT_TRUE(board.users.has_value());
+    const auto root = board.users->find("root");
+    ASSERT_NE(root, board.users->end()) << "a user database without root locks root out";
+    EXPECT_NE(root->second.privilege, 5) << "privilege 5 would confine root to its operable partitions";
+}
+
+TEST(BoardExample, KeepsTraceAndAuditInFilesOfTheUser)
+{
+    // Audit records sent to syslog are lost where no daemon reads /dev/log.
+    const Board board = Board::load(kExample);
+    EXPECT_FALSE(board.auditToSyslog);
+    EXPECT_FALSE(board.traceToSyslog);
+    const Board defaults = Board::load({});
+    EXPECT_EQ(board.audit, defaults.audit);
+    EXPECT_EQ(board.trace, defaults.trace);
+    EXPECT_EQ(board.firmware.state, defaults.firmware.state);
+}
+
+TEST(BoardExample, WorksAsShippedAgainstTheDefaultSimulatorState)
+{
+    const TemporaryDirectory home;
+    for (const char* partition : {"0", "1", "2", "3"}) {
+        ToolProcess run(home.path(), std::string("show") + partition, kExample,
+                        {"show", "partition", "pci_express_mode", partition});
+        const auto outcome = run.finish();
+        EXPECT_TRUE(outcome.exited(0)) << partition << ": " << outcome.describe() << " " << outcome.err;
+        EXPECT_EQ(outcome.out, "pci_express_mode: flexible\n") << partition;
+        EXPECT_EQ(outcome.err, "") << partition;
+    }
+    const auto state = home.path() / ".local" / "state" / "partmode";
+    EXPECT_TRUE(std::filesystem::is_regular_file(state / "trace.log"));
+    if (::getuid() != 0) {
+        GTEST_SKIP() << "the change is tried as root only, the one user every board has";
+    }
+    ToolProcess change(home.path(), "set", kExample, {"set", "partition", "pci_address_mode", "1", "segment", "quiet"});
+    const auto outcome = change.finish();
+    EXPECT_TRUE(outcome.exited(0)) << outcome.describe() << " " << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    std::ifstream audit(state / "audit.log");
+    std::string record;
+    ASSERT_TRUE(std::getline(audit, record)) << "no audit record";
+    EXPECT_EQ(json::parse(record).at("user"), "root");
 }
 
 TEST(BoardExample, DocumentsEveryKeyItSets)

@@ -202,14 +202,45 @@ TEST(Board, LocateTakesTheEnvironmentVariable)
     EXPECT_EQ(Board::locate(), std::filesystem::path("/somewhere/board.json"));
 }
 
-TEST(Board, MissingFileCannotBeRead)
+// Why the board at `path` does not load.
+std::string readFailure(const std::filesystem::path& path)
+{
+    try {
+        static_cast<void>(Board::load(path));
+        return "";
+    } catch (const std::runtime_error& failure) {
+        return failure.what();
+    }
+}
+
+TEST(Board, MissingFileCannotBeReadAndSaysWhy)
 {
     const TemporaryDirectory folder;
+    EXPECT_EQ(readFailure(folder.path() / "absent.json"), "cannot read the board file: No such file or directory");
+}
+
+TEST(Board, FolderInPlaceOfTheFileCannotBeReadAndSaysWhy)
+{
+    const TemporaryDirectory folder;
+    EXPECT_EQ(readFailure(folder.path()), "cannot read the board file: Is a directory");
+}
+
+TEST(Board, FileLargerThanOneMebibyteIsRefused)
+{
+    EXPECT_EQ(loadFailure("{}" + std::string(1024 * 1024, ' ')), "the board file is larger than 1048576 bytes");
+    EXPECT_EQ(loadFailure("{}" + std::string(1024 * 1024 - 2, ' ')), "");
+}
+
+TEST(Board, LinkInPlaceOfTheBoardIsRefused)
+{
+    const TemporaryDirectory folder;
+    const auto target = folder.write("real.json", "{}");
+    std::filesystem::create_symlink(target, folder.path() / "board.json");
     try {
-        static_cast<void>(Board::load(folder.path() / "absent.json"));
-        FAIL() << "a missing board loaded";
+        static_cast<void>(Board::load(folder.path() / "board.json"));
+        FAIL() << "a linked board loaded";
     } catch (const std::runtime_error& failure) {
-        EXPECT_STREQ(failure.what(), "cannot read the board file");
+        EXPECT_STREQ(failure.what(), "the board file is a symbolic link");
     }
 }
 
@@ -276,7 +307,7 @@ TEST(Board, UserDatabaseMustBeWellFormed)
     EXPECT_EQ(loadFailure(R"({"users": ["alice"]})"), R"("users" must be an object)");
     EXPECT_EQ(loadFailure(R"({"users": {"alice": 5}})"), R"("users.alice" must be an object)");
     EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": "5"}}})"),
-              R"("users.alice.privilege" must be a whole number)");
+              R"("users.alice.privilege" must be a whole number from 1 to 15)");
     EXPECT_EQ(loadFailure(R"({"users": {"alice": {"operable_partitions": 0}}})"),
               R"("users.alice.operable_partitions" must be a list of partition numbers)");
     EXPECT_EQ(loadFailure(R"({"users": {"alice": {"operable_partitions": [64]}}})"),
@@ -285,6 +316,31 @@ TEST(Board, UserDatabaseMustBeWellFormed)
               R"("users.alice.operable_partitions" must hold partition numbers from 0 to 63)");
     EXPECT_EQ(loadFailure(R"({"users": {"alice": {"operable_partitions": ["0"]}}})"),
               R"("users.alice.operable_partitions" must hold partition numbers from 0 to 63)");
+}
+
+TEST(Board, PrivilegeOutsideItsRangeIsRefusedNotWrapped)
+{
+    // 2^32 + 5 must not become the partition operator's 5.
+    EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": 4294967301}}})"),
+              R"("users.alice.privilege" must be a whole number from 1 to 15)");
+    EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": -4294967291}}})"),
+              R"("users.alice.privilege" must be a whole number from 1 to 15)");
+    EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": 0}}})"),
+              R"("users.alice.privilege" must be a whole number from 1 to 15)");
+    EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": 16}}})"),
+              R"("users.alice.privilege" must be a whole number from 1 to 15)");
+    EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": 15}, "bob": {"privilege": 1}}})"), "");
+}
+
+TEST(Board, DuplicateKeysAreRefusedWithTheirName)
+{
+    EXPECT_EQ(loadFailure(R"({"partitions": 4, "partitions": 2})"), R"(duplicate key "partitions")");
+    EXPECT_EQ(loadFailure(R"({"users": {"alice": {"privilege": 1}, "alice": {"privilege": 5}}})"),
+              R"(duplicate key "alice")");
+    EXPECT_EQ(loadFailure(R"({"users": {"op": {"privilege": 5, "privilege": 1}}})"), R"(duplicate key "privilege")");
+    EXPECT_EQ(loadFailure(R"({"firmware": {"transport": "lan", "port": 1, "port": 623}})"), R"(duplicate key "port")");
+    // The same key in different objects is no duplicate.
+    EXPECT_EQ(loadFailure(R"({"users": {"a": {"privilege": 1}, "b": {"privilege": 1}}})"), "");
 }
 
 TEST(Board, FirmwareMustBeWellFormed)
@@ -369,6 +425,30 @@ TEST(Board, InbandFirmwareNamesDriverAndDevice)
               R"("firmware.driver" must be "openipmi", "kcs", "ssif", "sunbmc", "inteldcmi" or "auto")");
     EXPECT_EQ(loadFailure(R"({"firmware": {"transport": "inband", "host": "127.0.0.1"}})"),
               R"(unknown key "firmware.host")");
+}
+
+TEST(Board, LanFirmwareTakesAKeyFileBesideThePassword)
+{
+    const TemporaryDirectory folder;
+    const Board withKey =
+        Board::load(folder.write("board.json", R"({"firmware": {"transport": "lan", "k_g_file": "bmc.key"}})"));
+    EXPECT_EQ(withKey.firmware.kgFile, folder.path() / "bmc.key");
+    const Board without = Board::load(folder.write("plain.json", R"({"firmware": {"transport": "lan"}})"));
+    EXPECT_EQ(without.firmware.kgFile, std::filesystem::path());
+    EXPECT_EQ(loadFailure(R"({"firmware": {"transport": "lan", "k_g_file": 1}})"),
+              R"("firmware.k_g_file" must be a string)");
+    EXPECT_EQ(loadFailure(R"({"firmware": {"transport": "inband", "k_g_file": "bmc.key"}})"),
+              R"(unknown key "firmware.k_g_file")");
+}
+
+TEST(Board, DiagnosticsAreOffUnlessTheBoardAsksForStandardError)
+{
+    const TemporaryDirectory folder;
+    EXPECT_FALSE(Board::load({}).diagnosticsToStderr);
+    EXPECT_FALSE(Board::load(folder.write("off.json", R"({"diagnostics": "off"})")).diagnosticsToStderr);
+    EXPECT_TRUE(Board::load(folder.write("on.json", R"({"diagnostics": "stderr"})")).diagnosticsToStderr);
+    EXPECT_EQ(loadFailure(R"({"diagnostics": "syslog"})"), R"("diagnostics" must be "off" or "stderr")");
+    EXPECT_EQ(loadFailure(R"({"diagnostics": true})"), R"("diagnostics" must be a string)");
 }
 
 TEST(Board, TraceAndAuditMustBeStrings)

@@ -3,7 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <cstdint>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
@@ -82,6 +86,69 @@ TEST(CatalogueFile, NameIsLookedUpThroughNlspath)
     ASSERT_TRUE(catalogue.isOpen());
     EXPECT_STREQ(catalogue.text(10046), "10046: Befehl ausgeführt: %s");
     EXPECT_STREQ(catalogue.text(10082), "10082: %2$s auf Partition#%1$u");
+}
+
+// A catalogue built by hand: header, one entry (set 1 is stored as 2), its
+// copy in the other byte order, then the texts.
+std::string handMadeCatalogue(std::uint32_t planeSize, std::uint32_t planeDepth, std::uint32_t offset,
+                              const std::string& texts)
+{
+    const std::uint32_t words[] = {0x960408deU, planeSize, planeDepth, 2, 10046, offset, 0, 0, 0};
+    std::string content(reinterpret_cast<const char*>(words), sizeof(words));
+    return content + texts;
+}
+
+std::filesystem::path writeCatalogue(const std::filesystem::path& folder, const std::string& content)
+{
+    const auto path = folder / "partmode.cat";
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << content;
+    return path;
+}
+
+class HandMadeCatalogue : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "partmode-cat.XXXXXX").string();
+        ASSERT_NE(::mkdtemp(pattern.data()), nullptr);
+        folder_ = pattern;
+    }
+    void TearDown() override { std::filesystem::remove_all(folder_); }
+    std::filesystem::path folder_;
+};
+
+TEST_F(HandMadeCatalogue, WellFormedOneGivesItsText)
+{
+    const CatalogueFile catalogue(writeCatalogue(folder_, handMadeCatalogue(1, 1, 0, std::string("hello\0", 6))));
+    ASSERT_TRUE(catalogue.isOpen());
+    EXPECT_STREQ(catalogue.text(10046), "hello");
+    EXPECT_EQ(catalogue.text(10047), nullptr);
+}
+
+TEST_F(HandMadeCatalogue, HeaderClaimingMoreEntriesThanTheFileHoldsIsRefused)
+{
+    const CatalogueFile catalogue(
+        writeCatalogue(folder_, handMadeCatalogue(0x7fffffffU, 0x7fffffffU, 0, std::string("hello\0", 6))));
+    EXPECT_FALSE(catalogue.isOpen());
+    EXPECT_EQ(catalogue.text(10046), nullptr);
+    // 32-bit products that wrap to a small table must not pass either.
+    EXPECT_FALSE(CatalogueFile(writeCatalogue(folder_, handMadeCatalogue(0x55555556U, 3, 0, "x"))).isOpen());
+    EXPECT_FALSE(CatalogueFile(writeCatalogue(folder_, handMadeCatalogue(0, 1, 0, "x"))).isOpen());
+}
+
+TEST_F(HandMadeCatalogue, TextOutsideTheFileOrWithoutItsEndIsNotUsed)
+{
+    EXPECT_EQ(CatalogueFile(writeCatalogue(folder_, handMadeCatalogue(1, 1, 0x7ffffff0U, std::string("hi\0", 3))))
+                  .text(10046),
+              nullptr);
+    EXPECT_EQ(CatalogueFile(writeCatalogue(folder_, handMadeCatalogue(1, 1, 0, "no end"))).text(10046), nullptr);
+}
+
+TEST_F(HandMadeCatalogue, FifoInPlaceOfTheCatalogueIsNotOpenedAndDoesNotBlock)
+{
+    const auto path = folder_ / "partmode.cat";
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    EXPECT_FALSE(CatalogueFile(path).isOpen());
 }
 
 } // namespace

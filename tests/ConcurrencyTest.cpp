@@ -225,7 +225,12 @@ void changeAtOnce(const TemporaryDirectory& folder, const json& firmware, const 
     for (std::string line; std::getline(audit, line);) {
         const json record = json::parse(line, nullptr, false);
         ASSERT_TRUE(record.is_object()) << "not a record: " << line;
-        EXPECT_EQ(record.size(), 6U) << line;
+        EXPECT_EQ(record.size(), 7U) << line;
+        EXPECT_TRUE(record.contains("applied") && record["applied"].is_boolean()) << line;
+        // Every change here is confirmed or quiet, so its request left.
+        if (record.value("text", "").starts_with("10082")) {
+            EXPECT_EQ(record.value("applied", false), true) << line;
+        }
         EXPECT_TRUE(record.value("time", "").size() == 24 && std::regex_match(record.value("time", ""), time)) << line;
         EXPECT_EQ(record.value("user", ""), loginName()) << line;
         EXPECT_EQ(record.value("kind", 0), 1) << line;

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -147,6 +148,51 @@ TEST(FirmwareState, FaultsRoundTrip)
     EXPECT_EQ(faults[0].count, std::optional<unsigned int>(1));
     EXPECT_FALSE(faults[1].partition.has_value());
     EXPECT_FALSE(faults[1].count.has_value());
+}
+
+TEST(FirmwareState, FaultCodesMayBeWrittenInHex)
+{
+    const FirmwareState state(json::parse(
+        R"({"faults": [{"netfn": "0x30", "cmd": "0xb2", "partition": 1, "completion_code": "0X80", "count": 2}]})"));
+    const auto faults = state.faults();
+    ASSERT_EQ(faults.size(), 1U);
+    EXPECT_EQ(faults[0].netFn, 0x30);
+    EXPECT_EQ(faults[0].command, 0xB2);
+    EXPECT_EQ(faults[0].completionCode, 0x80);
+    EXPECT_EQ(faults[0].partition, std::optional<std::uint8_t>(1));
+    for (const char* code : {R"("0x")", R"("0x100")", R"("30")", R"("0x3g")", R"("")"}) {
+        EXPECT_EQ(
+            malformedReason(std::string(R"({"faults": [{"netfn": )") + code + R"(, "cmd": 1, "completion_code": 1}]})"),
+            R"("faults.netfn" must be a byte)")
+            << code;
+    }
+    EXPECT_EQ(malformedReason(R"({"faults": [{"netfn": 48, "cmd": 1, "partition": "0x01", "completion_code": 1}]})"),
+              R"("faults.partition" must be a byte)");
+}
+
+TEST(FirmwareState, DefaultsFollowThePartitionCount)
+{
+    const auto state = FirmwareState::defaults(2);
+    EXPECT_EQ(state.document().at("defined_partitions"), json::parse("[0, 1]"));
+    EXPECT_EQ(state.document().at("partitions").size(), 2U);
+    EXPECT_EQ(state.document().at("partitions").at("1"), FirmwareState::defaults().document().at("partitions").at("1"));
+}
+
+TEST(FirmwareState, SystemSettersWriteTheirKeys)
+{
+    FirmwareState state(json::object());
+    state.setDefinedPartitions({0, 2});
+    state.setExclusiveFeatures(true);
+    state.setExtendedPartitionParent(4, 2);
+    state.setExtendedPartitionParent(5, 1);
+    state.setExtendedPartitionParent(5, std::nullopt);
+    EXPECT_EQ(state.document(), json::parse(R"({"defined_partitions": [0, 2], "exclusive_features": true,
+                                                "extended_partition_parents": {"4": 2}})"));
+    EXPECT_TRUE(state.isDefined(2));
+    EXPECT_FALSE(state.isDefined(1));
+    EXPECT_TRUE(state.exclusiveFeatures());
+    EXPECT_EQ(state.extendedPartitionParent(4), 2);
+    EXPECT_EQ(state.extendedPartitionParent(5), 255);
 }
 
 TEST(FirmwareState, PowerOnMakesTheRegisteredSettingsCurrent)

@@ -2,6 +2,7 @@
 // BMC, a BMC that refuses it, a password file it must refuse, a BMC whose
 // answers stop in the middle of a set, and a missing in-band device.
 
+#include "SystemInterfaceProbe.h"
 #include "TemporaryDirectory.h"
 #include "ToolProcess.h"
 
@@ -22,7 +23,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
+#include <iostream>
 #include <optional>
+#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -124,10 +128,15 @@ private:
     unsigned int port_ = 0;
 };
 
-// partmode-sim serve on a state file of its own, stopped with the object.
+// partmode-sim serve on a state file of its own, stopped with the object;
+// `interfaces` are its port options, and it is up once it printed `lines`
+// lines (one for --port, two for --vm-port).
 class Bmc {
 public:
-    explicit Bmc(const TemporaryDirectory& folder) : state_(folder.path() / "bmc-state.json")
+    // `options`: further options of serve.
+    explicit Bmc(const TemporaryDirectory& folder, const std::vector<std::string>& options = {},
+                 const std::vector<std::string>& interfaces = {"--port", "0"}, std::size_t lines = 1)
+        : state_(folder.path() / "bmc-state.json")
     {
         const auto lineFile = folder.path() / "bmc.out";
         posix_spawn_file_actions_t actions;
@@ -136,29 +145,39 @@ public:
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, lineFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         const std::string program = PARTMODE_SIM_BINARY;
         const std::string state = state_.string();
-        std::vector<char*> args{const_cast<char*>(program.c_str()),
-                                const_cast<char*>("serve"),
-                                const_cast<char*>("--port"),
-                                const_cast<char*>("0"),
-                                const_cast<char*>("--state"),
-                                const_cast<char*>(state.c_str()),
-                                nullptr};
+        std::vector<char*> args{const_cast<char*>(program.c_str()), const_cast<char*>("serve")};
+        for (const auto& word : interfaces) {
+            args.push_back(const_cast<char*>(word.c_str()));
+        }
+        args.push_back(const_cast<char*>("--state"));
+        args.push_back(const_cast<char*>(state.c_str()));
+        for (const auto& option : options) {
+            args.push_back(const_cast<char*>(option.c_str()));
+        }
+        args.push_back(nullptr);
         const int spawned = posix_spawn(&pid_, program.c_str(), &actions, nullptr, args.data(), environ);
         posix_spawn_file_actions_destroy(&actions);
         if (spawned != 0) {
             throw std::runtime_error("cannot run partmode-sim serve");
         }
         const auto deadline = Clock::now() + 20s;
-        while (firmware_.is_null()) {
-            const auto line = readFile(lineFile);
-            if (line.find('\n') != std::string::npos) {
-                firmware_ = json::parse(line);
-            } else if (Clock::now() > deadline || ::waitpid(pid_, nullptr, WNOHANG) == pid_) {
+        for (;;) {
+            lines_.clear();
+            std::istringstream text(readFile(lineFile));
+            for (std::string line; std::getline(text, line);) {
+                lines_.push_back(line);
+            }
+            if (lines_.size() >= lines) {
+                break;
+            }
+            if (Clock::now() > deadline || ::waitpid(pid_, nullptr, WNOHANG) == pid_) {
                 stop();
                 throw std::runtime_error("partmode-sim serve did not start");
-            } else {
-                std::this_thread::sleep_for(20ms);
             }
+            std::this_thread::sleep_for(20ms);
+        }
+        if (interfaces[0] == "--port") {
+            firmware_ = json::parse(lines_.at(0));
         }
     }
     Bmc(const Bmc&) = delete;
@@ -175,6 +194,8 @@ public:
     }
     [[nodiscard]] unsigned int port() const { return firmware_.at("port").get<unsigned int>(); }
     [[nodiscard]] const std::filesystem::path& state() const { return state_; }
+    // What serve printed once it was up, line by line.
+    [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
 
 private:
     void stop()
@@ -189,14 +210,16 @@ private:
     std::filesystem::path state_;
     pid_t pid_ = -1;
     json firmware_;
+    std::vector<std::string> lines_;
 };
 
-// Passes datagrams between the tool and the BMC until the tool has sent
-// `cutAfter` of them; from then on nothing passes either way, as when a BMC
-// stops answering.
+// Passes datagrams between the tool and the BMC, each `delay` late, until the
+// tool has sent `cutAfter` of them; from then on nothing passes either way, as
+// when a BMC stops answering.
 class Relay {
 public:
-    Relay(unsigned int bmcPort, std::optional<int> cutAfter) : cutAfter_(cutAfter)
+    Relay(unsigned int bmcPort, std::optional<int> cutAfter, std::chrono::milliseconds delay = 0ms)
+        : cutAfter_(cutAfter), delay_(delay)
     {
         const sockaddr_in bmc = UdpSocket::loopback(bmcPort);
         if (::connect(toBmc_.fd(), reinterpret_cast<const sockaddr*>(&bmc), sizeof(bmc)) != 0) {
@@ -216,14 +239,31 @@ public:
     [[nodiscard]] int sentByTool() const { return sentByTool_; }
 
 private:
+    // A datagram on its way, passed on when it is due.
+    struct Pending {
+        Clock::time_point due;
+        bool toBmc;
+        std::string bytes;
+    };
+
     void pass()
     {
         std::vector<char> buffer(2048);
         sockaddr_in tool{};
         socklen_t toolLength = 0;
+        std::deque<Pending> pending;
         while (!stop_) {
+            for (; !pending.empty() && pending.front().due <= Clock::now(); pending.pop_front()) {
+                const auto& datagram = pending.front();
+                if (datagram.toBmc) {
+                    ::send(toBmc_.fd(), datagram.bytes.data(), datagram.bytes.size(), 0);
+                } else {
+                    ::sendto(fromTool_.fd(), datagram.bytes.data(), datagram.bytes.size(), 0,
+                             reinterpret_cast<const sockaddr*>(&tool), toolLength);
+                }
+            }
             pollfd fds[2] = {{fromTool_.fd(), POLLIN, 0}, {toBmc_.fd(), POLLIN, 0}};
-            if (::poll(fds, 2, 20) <= 0) {
+            if (::poll(fds, 2, pending.empty() ? 20 : 1) <= 0) {
                 continue;
             }
             if ((fds[0].revents & POLLIN) != 0) {
@@ -231,15 +271,16 @@ private:
                 const auto got = ::recvfrom(fromTool_.fd(), buffer.data(), buffer.size(), 0,
                                             reinterpret_cast<sockaddr*>(&tool), &toolLength);
                 if (got >= 0 && open()) {
-                    ::send(toBmc_.fd(), buffer.data(), static_cast<std::size_t>(got), 0);
+                    pending.push_back(
+                        {Clock::now() + delay_, true, std::string(buffer.data(), static_cast<std::size_t>(got))});
                 }
                 ++sentByTool_;
             }
             if ((fds[1].revents & POLLIN) != 0) {
                 const auto got = ::recv(toBmc_.fd(), buffer.data(), buffer.size(), 0);
                 if (got >= 0 && open() && toolLength != 0) {
-                    ::sendto(fromTool_.fd(), buffer.data(), static_cast<std::size_t>(got), 0,
-                             reinterpret_cast<const sockaddr*>(&tool), toolLength);
+                    pending.push_back(
+                        {Clock::now() + delay_, false, std::string(buffer.data(), static_cast<std::size_t>(got))});
                 }
             }
         }
@@ -252,6 +293,7 @@ private:
     UdpSocket fromTool_;
     UdpSocket toBmc_;
     std::optional<int> cutAfter_;
+    std::chrono::milliseconds delay_;
     std::atomic<int> sentByTool_{0};
     std::atomic<bool> stop_{false};
     std::thread thread_;
@@ -269,6 +311,18 @@ public:
     void setFirmware(const std::string& key, const json& value)
     {
         board_["firmware"][key] = value;
+        writeBoard();
+    }
+
+    void removeFirmware(const std::string& key)
+    {
+        board_["firmware"].erase(key);
+        writeBoard();
+    }
+
+    void setBoard(const std::string& key, const json& value)
+    {
+        board_[key] = value;
         writeBoard();
     }
 
@@ -350,9 +404,53 @@ TEST(LanTransport, NoBmcListeningEndsThroughTheFrameWithinTheSessionTimeout)
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "Failed to execute show partition pci_express_mode 0 command.\n");
     EXPECT_EQ(run.trace(),
-              (std::vector<std::string>{"20062: IPMI session failed: " + boardPort(port) + ": connection timeout",
+              (std::vector<std::string>{"20062: IPMI session failed: " + boardPort(port) +
+                                            ": session timeout: " + std::to_string(kSessionTimeoutMs) + " ms passed",
                                         "10047: Command failed: show partition pci_express_mode 0 (2054, 5)"}));
     EXPECT_LT(outcome.elapsed, std::chrono::milliseconds(kSessionTimeoutMs) + kSlack);
+}
+
+// The session timeout bounds the whole session, not each exchange: with no
+// BMC, and with a BMC whose datagrams each arrive 300 or 600 ms late, every
+// run ends (done or failed) within the timeout plus 10 %, process start
+// included.
+TEST(LanTransport, SessionTimeoutBoundsTheWholeSession)
+{
+    constexpr unsigned int kBoundedTimeoutMs = 2000;
+    const auto bound = std::chrono::milliseconds(kBoundedTimeoutMs * 11 / 10);
+    const TemporaryDirectory folder;
+    const Bmc bmc(folder);
+    ToolRun run(bmc.firmware());
+    run.setFirmware("session_timeout_ms", kBoundedTimeoutMs);
+    run.setFirmware("retransmission_timeout_ms", 500);
+    {
+        unsigned int silent = 0;
+        {
+            const UdpSocket probe;
+            silent = probe.port();
+        }
+        run.setFirmware("port", silent);
+        const Outcome outcome = run.run(kShow);
+        std::cout << "no BMC: ended after "
+                  << std::chrono::duration_cast<std::chrono::milliseconds>(outcome.elapsed).count()
+                  << " ms with status " << outcome.exitStatus << std::endl;
+        EXPECT_EQ(outcome.exitStatus, 2);
+        EXPECT_LT(outcome.elapsed, bound);
+        EXPECT_EQ(run.trace().back(), "10047: Command failed: show partition pci_express_mode 0 (2054, 5)");
+    }
+    for (const auto delay : {300ms, 600ms}) {
+        SCOPED_TRACE(std::to_string(delay.count()) + " ms each way");
+        run.clearLogs();
+        const Relay relay(bmc.port(), std::nullopt, delay);
+        run.setFirmware("port", relay.port());
+        const Outcome outcome = run.run(kShow);
+        std::cout << delay.count() << " ms each way: ended after "
+                  << std::chrono::duration_cast<std::chrono::milliseconds>(outcome.elapsed).count()
+                  << " ms with status " << outcome.exitStatus << std::endl;
+        EXPECT_LT(outcome.elapsed, bound);
+        EXPECT_EQ(outcome.exitStatus, 2) << "a show needs more exchanges than fit the timeout at this latency";
+        EXPECT_EQ(outcome.err, "Failed to execute show partition pci_express_mode 0 command.\n");
+    }
 }
 
 TEST(LanTransport, WrongPasswordIsRefusedByTheBmc)
@@ -484,6 +582,101 @@ TEST(LanTransport, BmcThatStopsAnsweringInTheMiddleOfASetNeverTearsTheState)
     EXPECT_GT(changedFailures, 0);
 }
 
+std::filesystem::path writeKey(const TemporaryDirectory& folder, const std::string& name, const std::string& key,
+                               mode_t mode)
+{
+    const auto path = folder.write(name, key + "\n");
+    std::filesystem::permissions(path, static_cast<std::filesystem::perms>(mode));
+    return path;
+}
+
+TEST(LanTransport, BmcKeyOfTheBoardOpensTheSessionWithABmcThatHasOne)
+{
+    const TemporaryDirectory folder;
+    const auto key = writeKey(folder, "bmc.key", "kg-of-this-bmc", 0600);
+    const Bmc bmc(folder, {"--k-g-file", key.string()});
+    ASSERT_EQ(bmc.firmware().value("k_g_file", ""), key.string());
+    const ToolRun run(bmc.firmware());
+    const Outcome outcome = run.run(kShow);
+    EXPECT_EQ(outcome.exitStatus, 0) << outcome.err;
+    EXPECT_EQ(outcome.out, "pci_express_mode: flexible\n");
+    EXPECT_EQ(outcome.err, "");
+}
+
+// The BMC derives the session keys from its K_g, so a board without that key
+// (the password alone) or with another one never gets a session.
+TEST(LanTransport, BoardWithoutTheBmcsKeyOrWithAnotherOneIsRefused)
+{
+    const TemporaryDirectory folder;
+    const auto key = writeKey(folder, "bmc.key", "kg-of-this-bmc", 0600);
+    const Bmc bmc(folder, {"--k-g-file", key.string()});
+    ToolRun run(bmc.firmware());
+    for (const bool withOtherKey : {false, true}) {
+        run.clearLogs();
+        if (withOtherKey) {
+            run.setFirmware("k_g_file", writeKey(folder, "other.key", "another-key", 0600).string());
+        } else {
+            run.removeFirmware("k_g_file");
+        }
+        const Outcome outcome = run.run(kSet);
+        EXPECT_EQ(outcome.exitStatus, 2) << withOtherKey;
+        EXPECT_EQ(outcome.err, "Failed to execute set partition pci_express_mode 0 fixed command.\n");
+        EXPECT_EQ(run.trace(),
+                  (std::vector<std::string>{"20062: IPMI session failed: " + boardPort(bmc.port()) + ": k_g invalid",
+                                            "10047: Command failed: set partition pci_express_mode 0 fixed (2054, 3)"}))
+            << withOtherKey;
+        EXPECT_EQ(run.audit(), "");
+    }
+}
+
+TEST(LanTransport, KeyFileThatOthersMayReadIsRefusedBeforeAnyPacket)
+{
+    const TemporaryDirectory secrets;
+    const UdpSocket bmc;
+    ToolRun run(lanFirmware(bmc.port(), writePassword(secrets, "secret", 0600)));
+    const auto key = writeKey(secrets, "bmc.key", "kg", 0640);
+    run.setFirmware("k_g_file", key.string());
+    const Outcome outcome = run.run(kShow);
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.err, "partmode: " + key.string() +
+                               ": group or others may access the password file (mode 0640); allow its owner only "
+                               "(chmod 600)\nFailed to execute show partition pci_express_mode 0 command.\n");
+    EXPECT_EQ(run.trace(),
+              (std::vector<std::string>{"10047: Command failed: show partition pci_express_mode 0 (2055, 7)"}));
+    EXPECT_EQ(bmc.drain(), 0);
+}
+
+TEST(Diagnostics, ReasonFollowsTheFailureLineOnlyWhenTheBoardAsks)
+{
+    ToolRun run({{"transport", "inband"}, {"driver", "openipmi"}, {"device", "/nonexistent/ipmi0"}});
+    const std::string failure = "Failed to execute show partition pci_express_mode 0 command.\n";
+    for (const char* setting : {"off", "stderr"}) {
+        run.setBoard("diagnostics", setting);
+        const Outcome outcome = run.run(kShow);
+        EXPECT_EQ(outcome.exitStatus, 2);
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.err,
+                  setting == std::string("off")
+                      ? failure
+                      : failure + "partmode: reason: in-band device /nonexistent/ipmi0: device not found; the IPMI "
+                                  "session failed: the host or device cannot be reached or opened (2054, 6)\n");
+    }
+}
+
+TEST(Diagnostics, ReasonNamesWhatTheBmcSaid)
+{
+    const TemporaryDirectory folder;
+    const Bmc bmc(folder);
+    ToolRun run(bmc.firmware());
+    run.setFirmware("password_file", writePassword(folder, "not-the-password", 0600).string());
+    run.setBoard("diagnostics", "stderr");
+    const Outcome outcome = run.run(kSet);
+    EXPECT_EQ(outcome.exitStatus, 2);
+    EXPECT_EQ(outcome.err, "Failed to execute set partition pci_express_mode 0 fixed command.\npartmode: reason: " +
+                               boardPort(bmc.port()) +
+                               ": password invalid; the IPMI session failed: refused (2054, 3)\n");
+}
+
 TEST(InbandTransport, MissingDeviceEndsThroughTheFrame)
 {
     ToolRun run({{"transport", "inband"}, {"driver", "openipmi"}, {"device", "/nonexistent/ipmi0"}});
@@ -494,6 +687,88 @@ TEST(InbandTransport, MissingDeviceEndsThroughTheFrame)
     EXPECT_EQ(run.trace(), (std::vector<std::string>{
                                "20062: IPMI session failed: in-band device /nonexistent/ipmi0: device not found",
                                "10047: Command failed: show partition pci_express_mode 0 (2054, 6)"}));
+}
+
+// The port of the system interface in serve's QEMU arguments.
+unsigned int vmPortOf(const std::string& qemuArguments)
+{
+    std::smatch match;
+    if (!std::regex_match(
+            qemuArguments, match,
+            std::regex(R"(-chardev socket,id=ipmi0,host=127\.0\.0\.1,port=(\d+),reconnect=10 )"
+                       R"(-device ipmi-bmc-extern,id=bmc0,chardev=ipmi0 -device isa-ipmi-kcs,bmc=bmc0)"))) {
+        throw std::runtime_error("not the QEMU arguments of a system interface: " + qemuArguments);
+    }
+    return static_cast<unsigned int>(std::stoul(match[1].str()));
+}
+
+TEST(VmSystemInterface, FrameEndsWithTheChecksumAndEscapesTheCodecsOwnBytes)
+{
+    using partmode::sim::SystemInterfaceProbe;
+    EXPECT_EQ(SystemInterfaceProbe::frame({0x5A, 0x18, 0x01}),
+              (std::vector<std::uint8_t>{0x5A, 0x18, 0x01, 0x8D, 0xA0}));
+    // 0xA0, 0xA1 and 0xAA travel as 0xAA and the byte with bit 4 set; the
+    // checksum (here 0xAA itself) is escaped too.
+    EXPECT_EQ(SystemInterfaceProbe::frame({0xA0, 0xA1, 0x15}),
+              (std::vector<std::uint8_t>{0xAA, 0xB0, 0xAA, 0xB1, 0x15, 0xAA, 0xBA, 0xA0}));
+}
+
+// Puts an ipmi_sim that takes two seconds to start first on PATH, for the
+// life of the object.
+class SlowIpmiSim {
+public:
+    explicit SlowIpmiSim(const TemporaryDirectory& folder)
+        : path_(std::getenv("PATH") != nullptr ? std::getenv("PATH") : "")
+    {
+        std::string real;
+        std::istringstream folders(path_ + ":/usr/bin:/usr/sbin");
+        for (std::string entry; real.empty() && std::getline(folders, entry, ':');) {
+            if (!entry.empty() && ::access((entry + "/ipmi_sim").c_str(), X_OK) == 0) {
+                real = entry + "/ipmi_sim";
+            }
+        }
+        const auto script = folder.write("slow/ipmi_sim", "#!/bin/sh\nsleep 2\nexec '" + real + "' \"$@\"\n");
+        std::filesystem::permissions(script, std::filesystem::perms::owner_all);
+        ::setenv("PATH", ((folder.path() / "slow").string() + ":" + path_).c_str(), 1);
+    }
+    SlowIpmiSim(const SlowIpmiSim&) = delete;
+    SlowIpmiSim& operator=(const SlowIpmiSim&) = delete;
+    ~SlowIpmiSim() { ::setenv("PATH", path_.c_str(), 1); }
+
+private:
+    std::string path_;
+};
+
+TEST(VmSystemInterface, ServePrintsTheQemuArgumentsOnlyOnceTheSystemInterfaceAnswers)
+{
+    const TemporaryDirectory folder;
+    const SlowIpmiSim slow(folder);
+    const Bmc bmc(folder, {}, {"--vm-port", "0"}, 2);
+    ASSERT_EQ(bmc.lines().size(), 2U);
+    EXPECT_EQ(bmc.lines()[1], R"({"transport":"inband","driver":"openipmi","device":"/dev/ipmi0"})");
+    // No waiting: a kernel that loads ipmi_si now must find the BMC at once.
+    EXPECT_TRUE(partmode::sim::SystemInterfaceProbe::answers(vmPortOf(bmc.lines()[0])));
+}
+
+TEST(VmSystemInterface, ServeWithBothInterfacesPrintsTheLanFirmwareFirst)
+{
+    const TemporaryDirectory folder;
+    const Bmc bmc(folder, {}, {"--port", "0", "--vm-port", "0"}, 3);
+    ASSERT_EQ(bmc.lines().size(), 3U);
+    EXPECT_EQ(json::parse(bmc.lines()[0]).at("transport"), "lan");
+    EXPECT_TRUE(partmode::sim::SystemInterfaceProbe::answers(vmPortOf(bmc.lines()[1])));
+    EXPECT_EQ(bmc.lines()[2], R"({"transport":"inband","driver":"openipmi","device":"/dev/ipmi0"})");
+}
+
+TEST(VmSystemInterface, ServeWithoutAnyPortIsAUsageError)
+{
+    const TemporaryDirectory folder;
+    ToolProcess run(folder.path(), "serve",
+                    {PARTMODE_SIM_BINARY, "serve", "--state", (folder.path() / "state.json").string()}, {});
+    const auto outcome = run.finish(20s);
+    EXPECT_TRUE(outcome.exited(64)) << outcome.describe();
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_NE(outcome.err.find("serve [--port N] [--vm-port M]"), std::string::npos) << outcome.err;
 }
 
 } // namespace

@@ -21,7 +21,8 @@ gtest_discover_tests(partmode_scenarios NO_PRETTY_VALUES
     ENVIRONMENT PARTMODE_SCENARIO_BMC=${PARTMODE_SCENARIO_BMC}
     TIMEOUT 60)
 
-add_executable(partmode_transport_tests FreeIpmiTransportTest.cpp RawIpmiFrameTest.cpp ToolProcess.cpp)
+add_executable(partmode_transport_tests FreeIpmiTransportTest.cpp RawIpmiFrameTest.cpp ToolProcess.cpp
+  ${PROJECT_SOURCE_DIR}/sim/SystemInterfaceProbe.cpp)
 target_link_libraries(partmode_transport_tests PRIVATE partmode_core GTest::gtest_main nlohmann_json::nlohmann_json)
 target_compile_definitions(partmode_transport_tests PRIVATE
   PARTMODE_BINARY="$<TARGET_FILE:partmode>"

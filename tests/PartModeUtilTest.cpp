@@ -349,3 +349,19 @@ TEST(PartModeUtil, BrokenBoardIsReportedOnceAndThrowsAPlatformException)
 }
 
 } // namespace
+
+TEST(PartModeUtil, ConsoleMessageKeepsTheFirst127Characters)
+{
+    const std::string text = std::string(126, 'a') + "bcd";
+    testing::internal::CaptureStderr();
+    PartModeUtil::printErrMsgConsole(text.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), std::string(126, 'a') + "b\n");
+}
+
+TEST(PartModeUtil, ConsoleMessageOf127CharactersStaysWhole)
+{
+    const std::string text(127, 'x');
+    testing::internal::CaptureStderr();
+    PartModeUtil::printErrMsgConsole(text.c_str());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), text + "\n");
+}

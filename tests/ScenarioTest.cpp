@@ -1,6 +1,9 @@
 // Runs the JSON scenarios under PARTMODE_SCENARIO_DIR against the built
 // partmode binary; the format is described in scenarios/README.md.
 
+#include "inband/Base64.h"
+#include "inband/GuestAgentClient.h"
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -8,6 +11,7 @@
 #include <poll.h>
 #include <pwd.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <grp.h>
 #include <unistd.h>
@@ -24,6 +28,7 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <optional>
 #include <regex>
 #include <set>
@@ -44,6 +49,9 @@
 #endif
 #ifndef PARTMODE_SIM_BINARY
 #error "PARTMODE_SIM_BINARY must name the simulator control executable"
+#endif
+#ifndef PARTMODE_LOCALEDIR_FROM_BINDIR
+#error "PARTMODE_LOCALEDIR_FROM_BINDIR must give the tool's locale folder relative to its own folder"
 #endif
 #ifndef PARTMODE_TEST_CATALOGUES
 #error "PARTMODE_TEST_CATALOGUES must name the folder of the test message catalogues"
@@ -704,7 +712,7 @@ void checkAudit(Reporter& report, const json& expectedJson, const fs::path& path
 {
     if (!expectedJson.is_array())
         throw ScenarioError("\"audit\" must be an array of objects");
-    static const std::set<std::string> fields{"time", "user", "origin", "kind", "code", "text"};
+    static const std::set<std::string> fields{"time", "user", "origin", "kind", "code", "text", "applied"};
     const auto lines = splitLines(readFile(path).value_or(""));
     json actualEntries = json::array();
     std::vector<std::string> malformed;
@@ -830,26 +838,40 @@ std::vector<Step> parseSteps(const json& sc)
     return steps;
 }
 
-// Writes board.json; returns the board as written when it is known JSON.
 // The BMC of the LAN pass: partmode-sim serve, started once for all scenarios
 // by the CTest fixture, which left the board's "firmware" object that reaches
 // it in $PARTMODE_SCENARIO_BMC/firmware.json. It serves one state file, so the
 // LAN pass runs the scenarios one at a time on that file.
+// The in-band pass ($PARTMODE_SCENARIO_VM) is laid out alike; there the tool
+// runs in a virtual machine whose kernel reaches that BMC through its KCS
+// driver, and the guest agent's serial port is $PARTMODE_SCENARIO_VM/agent.sock.
 struct LanBmc {
     json firmware;
     fs::path state;
+    std::optional<fs::path> agent;
 };
 
 std::optional<LanBmc> lanBmc()
 {
-    const char* folder = std::getenv("PARTMODE_SCENARIO_BMC");
-    if (folder == nullptr || *folder == '\0')
+    const char* lanFolder = std::getenv("PARTMODE_SCENARIO_BMC");
+    const char* vmFolder = std::getenv("PARTMODE_SCENARIO_VM");
+    const bool lan = lanFolder != nullptr && *lanFolder != '\0';
+    const bool vm = vmFolder != nullptr && *vmFolder != '\0';
+    if (lan && vm)
+        throw ScenarioError("PARTMODE_SCENARIO_BMC and PARTMODE_SCENARIO_VM exclude each other");
+    if (!lan && !vm)
         return std::nullopt;
-    const fs::path path = fs::path(folder) / "firmware.json";
+    const fs::path folder = lan ? lanFolder : vmFolder;
+    const fs::path path = folder / "firmware.json";
     const json firmware = json::parse(readFile(path).value_or(""), nullptr, false);
     if (!firmware.is_object())
-        throw ScenarioError("the LAN pass has no BMC: " + path.string() + " holds no firmware object");
-    return LanBmc{firmware, fs::path(folder) / "state.json"};
+        throw ScenarioError(std::string(lan ? "the LAN pass" : "the in-band pass") + " has no BMC: " + path.string()
+                            + " holds no firmware object");
+    if (vm && !wrapper().empty())
+        throw ScenarioError("the in-band pass runs the tool in its machine, through no wrapper");
+    if (vm && std::getenv("PARTMODE_SCENARIO_TOOL") != nullptr)
+        throw ScenarioError("the in-band pass runs the tool its machine was given, not PARTMODE_SCENARIO_TOOL");
+    return LanBmc{firmware, folder / "state.json", vm ? std::optional(folder / "agent.sock") : std::nullopt};
 }
 
 // The passes a scenario runs in: "simulator" (the embedded simulator) and
@@ -875,7 +897,7 @@ void useLanBmc(json& board, const LanBmc& bmc, const fs::path& dir, std::optiona
     if (firmware != nullptr && firmware->value("transport", "simulator") != "simulator")
         return;
     board["firmware"] = bmc.firmware;
-    if (runAs) {
+    if (runAs && bmc.firmware.contains("password_file")) {
         const fs::path copy = dir / "bmc.pass";
         fs::copy_file(needString(bmc.firmware.at("password_file"), "password_file"), copy);
         if (::chown(copy.c_str(), *runAs, *runAs) != 0)
@@ -884,6 +906,7 @@ void useLanBmc(json& board, const LanBmc& bmc, const fs::path& dir, std::optiona
     }
 }
 
+// Writes board.json; returns the board as written when it is known JSON.
 std::optional<json> writeBoard(const json& sc, const fs::path& boardPath, const std::optional<LanBmc>& lan,
                                std::optional<uid_t> runAs)
 {
@@ -955,11 +978,167 @@ void runBefore(const json& sc, const std::map<std::string, std::string>& env, co
     }
 }
 
+// The tool the scenarios run: PARTMODE_SCENARIO_TOOL when set, else the one
+// this runner was built with. The message catalogue lies relative to it.
+fs::path builtTool()
+{
+    const char* tool = std::getenv("PARTMODE_SCENARIO_TOOL");
+    return tool != nullptr && *tool != '\0' ? fs::path(tool) : fs::path(PARTMODE_BINARY);
+}
+
+// Another user must be able to walk down to `dir`: every folder above it
+// must let others search it (the run folder itself is opened up by the caller).
+void requireReachableByOthers(const fs::path& dir, uid_t uid)
+{
+    for (fs::path folder = fs::absolute(dir).parent_path();; folder = folder.parent_path()) {
+        struct stat status {};
+        if (::stat(folder.c_str(), &status) != 0)
+            throw ScenarioError("stat " + folder.string() + ": " + errnoText());
+        if ((status.st_mode & S_IXOTH) == 0) {
+            std::ostringstream mode;
+            mode << std::oct << std::setw(4) << std::setfill('0') << (status.st_mode & 07777);
+            throw ScenarioError("user id " + std::to_string(uid) + " cannot reach the run folder " + dir.string()
+                                + ": " + folder.string() + " has mode " + mode.str()
+                                + "; set TMPDIR to a folder that every user can reach");
+        }
+        if (folder == folder.root_path())
+            return;
+    }
+}
+
+// Folders 0755, files readable by everyone, programs executable by everyone.
+void openToEveryone(const fs::path& top)
+{
+    using fs::perms;
+    const auto open = [](const fs::path& path) {
+        if (fs::is_directory(path)) {
+            fs::permissions(path, perms::owner_all | perms::group_read | perms::group_exec | perms::others_read
+                                      | perms::others_exec);
+        } else {
+            const bool program = (fs::status(path).permissions() & perms::owner_exec) != perms::none;
+            fs::permissions(path, perms::group_read | perms::others_read
+                                      | (program ? perms::group_exec | perms::others_exec : perms::none),
+                            fs::perm_options::add);
+        }
+    };
+    open(top);
+    for (const auto& entry : fs::recursive_directory_iterator(top))
+        open(entry.path());
+}
+
+// A tool run under another user id may not reach the build tree: a clone
+// under /root (mode 0700) is out of that user's reach. So the tool, with the
+// message catalogue it finds relative to its own folder, is copied into the
+// run folder, and that copy is what runs.
+fs::path copyToolForOtherUser(const fs::path& dir)
+{
+    const fs::path built = builtTool();
+    const fs::path top = dir / "tool";
+    const fs::path bin = top / "bin";
+    const fs::path catalogues = (built.parent_path() / PARTMODE_LOCALEDIR_FROM_BINDIR).lexically_normal();
+    const fs::path cataloguesCopy = (bin / PARTMODE_LOCALEDIR_FROM_BINDIR).lexically_normal();
+    if (!fs::is_directory(catalogues))
+        throw ScenarioError("the built tool has no message catalogues in " + catalogues.string());
+    try {
+        fs::create_directories(bin);
+        fs::create_directories(cataloguesCopy);
+        fs::copy_file(built, bin / built.filename());
+        fs::copy(catalogues, cataloguesCopy, fs::copy_options::recursive);
+        openToEveryone(top);
+    } catch (const fs::filesystem_error& e) {
+        throw ScenarioError(std::string("cannot copy the tool for another user: ") + e.what());
+    }
+    return bin / built.filename();
+}
+
+// The passwd lines of these users, those the host knows: the guest has no
+// users of its own.
+std::string passwdLines(const std::vector<uid_t>& uids)
+{
+    std::string lines;
+    std::set<uid_t> done;
+    for (const uid_t uid : uids) {
+        const passwd* pw = ::getpwuid(uid);
+        if (!done.insert(uid).second || pw == nullptr)
+            continue;
+        lines += std::string(pw->pw_name) + ":x:" + std::to_string(pw->pw_uid) + ":" + std::to_string(pw->pw_gid)
+            + ":" + pw->pw_gecos + ":" + pw->pw_dir + ":" + pw->pw_shell + "\n";
+    }
+    return lines;
+}
+
+partmode::test::GuestAgentClient& guestAgent(const fs::path& socket)
+{
+    static std::unique_ptr<partmode::test::GuestAgentClient> client;
+    if (!client)
+        client = std::make_unique<partmode::test::GuestAgentClient>(socket);
+    return *client;
+}
+
+// The in-band pass runs the tool in its machine: the run folder is laid out
+// there at the same path, the tool runs through the guest agent, and the
+// folder's files come back, so everything after compares as for a local run.
+Outcome runInGuest(const fs::path& agentSocket, const Command& cmd)
+{
+    using partmode::test::base64Decode;
+    using partmode::test::base64Encode;
+    json env = json::array();
+    for (const auto& [name, value] : cmd.env)
+        env.push_back(name + "=" + value);
+    std::vector<uid_t> users{::geteuid()};
+    if (cmd.uid)
+        users.push_back(*cmd.uid);
+    const json request{{"clear", cmd.cwd.string()},
+                       // The tool copied into the run folder (to run it as
+                       // another user) is the guest's own, copied there.
+                       {"entries", partmode::test::GuestAgentClient::folderEntries(cmd.cwd, {PARTMODE_BINARY})},
+                       {"passwd", passwdLines(users)},
+                       {"program", cmd.program},
+                       {"argv", cmd.argv},
+                       {"env", env},
+                       {"cwd", cmd.cwd.string()},
+                       {"uid", cmd.uid ? json(*cmd.uid) : json()},
+                       {"stdin", cmd.input ? json(base64Encode(*cmd.input)) : json()},
+                       {"timeout_ms", std::chrono::milliseconds(runTimeout).count()},
+                       {"collect", cmd.cwd.string()}};
+    json answer;
+    try {
+        answer = guestAgent(agentSocket).call(request, runTimeout + 30s);
+    } catch (const std::exception& e) {
+        throw ScenarioError(e.what());
+    }
+    for (const auto& file : answer.at("files")) {
+        const fs::path path = file.at("path").get<std::string>();
+        const auto inside = path.lexically_relative(cmd.cwd);
+        if (inside.empty() || *inside.begin() == "..")
+            throw ScenarioError("the guest agent sent back " + path.string() + ", outside the run folder");
+        writeFile(path, base64Decode(file.at("data").get<std::string>()));
+    }
+    Outcome result;
+    result.pid = answer.at("pid").get<pid_t>();
+    result.status = answer.at("status").get<int>();
+    result.out = base64Decode(answer.at("stdout").get<std::string>());
+    result.err = base64Decode(answer.at("stderr").get<std::string>());
+    const auto took = std::chrono::nanoseconds(answer.at("durations_ns").at(0).get<std::int64_t>());
+    if (took >= runTimeout)
+        throw ScenarioError(cmd.argv.front() + " did not finish within " + std::to_string(runTimeout.count())
+                            + " s in the guest and was killed\n" + showText("stdout so far", result.out)
+                            + showText("stderr so far", result.err));
+    return result;
+}
+
 void runScenario(const ScenarioFile& param, Reporter& report)
 {
     if (!param.error.empty())
         throw ScenarioError(param.error);
     const json raw = loadScenario(param.file, report);
+
+    // The test catalogues stay in the build tree, which another user may not
+    // reach, so whether such a scenario passed would depend on where the
+    // clone lies.
+    if (raw.contains("run_as_uid") && raw.dump().find("${catalogues}") != std::string::npos)
+        throw ScenarioError("a scenario with \"run_as_uid\" cannot use ${catalogues}: the test catalogues lie in "
+                            "the build tree, which that user may not reach");
 
     const TempDir tmp;
     const fs::path& dir = tmp.path();
@@ -969,9 +1148,11 @@ void runScenario(const ScenarioFile& param, Reporter& report)
                                      {"${catalogues}", PARTMODE_TEST_CATALOGUES}});
     const auto steps = parseSteps(sc);
     const auto lan = lanBmc();
+    // The in-band pass runs what the LAN pass runs.
     if (!runsInPass(sc, lan ? "lan" : "simulator"))
         GTEST_SKIP() << "the scenario does not run in the " << (lan ? "LAN" : "simulator") << " pass";
     std::optional<uid_t> runAs;
+    fs::path tool = builtTool();
     if (const json* uid = find(sc, "run_as_uid")) {
         if (!uid->is_number_unsigned())
             throw ScenarioError("\"run_as_uid\" must be a user id");
@@ -980,6 +1161,8 @@ void runScenario(const ScenarioFile& param, Reporter& report)
         runAs = uid->get<uid_t>();
         // The other user must reach the board and write the trace in the run folder.
         fs::permissions(dir, fs::perms::all);
+        requireReachableByOthers(dir, *runAs);
+        tool = copyToolForOtherUser(dir);
     }
 
     const fs::path boardPath = dir / "board.json";
@@ -1005,15 +1188,15 @@ void runScenario(const ScenarioFile& param, Reporter& report)
     const auto stateBefore = readFile(statePath);
     std::vector<pid_t> pids;
     for (const auto& step : steps) {
-        Command cmd{PARTMODE_BINARY, {"partmode"}, env, dir, step.input, runAs};
+        Command cmd{tool.string(), {"partmode"}, env, dir, step.input, runAs};
         if (const auto through = wrapper(); !through.empty()) {
             cmd.program = through.front();
             cmd.argv = through;
-            cmd.argv.push_back(PARTMODE_BINARY);
+            cmd.argv.push_back(tool.string());
         }
         cmd.argv.insert(cmd.argv.end(), step.args.begin(), step.args.end());
         const auto prefix = steps.size() > 1 ? step.label + " " + json(step.args).dump() + ": " : std::string();
-        const auto result = run(cmd);
+        const auto result = lan && lan->agent ? runInGuest(*lan->agent, cmd) : run(cmd);
         pids.push_back(result.pid);
         report.failIf(compareText(prefix + "stdout", step.out, result.out));
         report.failIf(compareText(prefix + "stderr", step.err, result.err));

@@ -8,7 +8,8 @@ target_link_libraries(partmode_scenarios PRIVATE GTest::gtest_main nlohmann_json
 target_compile_definitions(partmode_scenarios PRIVATE
     PARTMODE_SCENARIO_DIR="${CMAKE_CURRENT_SOURCE_DIR}/scenarios"
     PARTMODE_BINARY="$<TARGET_FILE:partmode>"
-    PARTMODE_SIM_BINARY="$<TARGET_FILE:partmode-sim>")
+    PARTMODE_SIM_BINARY="$<TARGET_FILE:partmode-sim>"
+    PARTMODE_LOCALEDIR_FROM_BINDIR="${PARTMODE_LOCALEDIR_FROM_BINDIR}")
 add_dependencies(partmode_scenarios partmode partmode-sim)
 
 # Test names come from the scenario files, so adding or removing one must
@@ -20,3 +21,10 @@ set_property(TARGET partmode_scenarios APPEND PROPERTY LINK_DEPENDS ${PARTMODE_S
 
 # NO_PRETTY_VALUES keeps the scenario path out of the ctest names.
 gtest_discover_tests(partmode_scenarios NO_PRETTY_VALUES)
+
+# The scenarios that run the tool as another user, with the tool in a folder
+# that user cannot enter (a clone under /root), wherever this tree lies.
+add_test(NAME scenario_tool_in_private_tree
+  COMMAND sh ${CMAKE_CURRENT_SOURCE_DIR}/scenario-private-tree.sh
+          $<TARGET_FILE:partmode_scenarios> $<TARGET_FILE:partmode> ${PARTMODE_LOCALEDIR_FROM_BINDIR})
+set_tests_properties(scenario_tool_in_private_tree PROPERTIES SKIP_RETURN_CODE 77 TIMEOUT 120)

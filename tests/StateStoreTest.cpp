@@ -150,6 +150,42 @@ TEST(StateStore, StatePathThatIsAFolderIsUnreadable)
     }
 }
 
+TEST(StateStore, StateFileLargerThanOneMebibyteIsRefused)
+{
+    const TemporaryDirectory folder;
+    const auto path = folder.write("firmware.json", "{}" + std::string(1024 * 1024, ' '));
+    try {
+        StateStore(path).transact([](FirmwareState&) { return false; });
+        FAIL() << "a state of more than 1 MiB loaded";
+    } catch (const StateError& failure) {
+        EXPECT_EQ(failure.kind(), StateError::Kind::Unreadable);
+        EXPECT_EQ(std::string(failure.what()), "cannot read " + path.string() + ": is larger than 1048576 bytes");
+    }
+}
+
+TEST(StateStore, NewStateIsPrivateToItsOwner)
+{
+    const TemporaryDirectory folder;
+    const auto path = folder.path() / "firmware.json";
+    StateStore(path).transact([](FirmwareState&) { return false; });
+    struct stat status {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+    ASSERT_EQ(::stat((path.string() + ".lock").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777, 0600U);
+}
+
+TEST(StateStore, NewStateLeftBehindByAKilledWriterIsRemovedByTheNextOne)
+{
+    const TemporaryDirectory folder;
+    const auto path = folder.path() / "firmware.json";
+    StateStore(path).transact([](FirmwareState&) { return false; });
+    // What a writer killed between linking and renaming leaves.
+    folder.write("firmware.json.new", "{}");
+    StateStore(path).transact([](FirmwareState&) { return false; });
+    EXPECT_EQ(folder.entries(), (std::vector<std::string>{"firmware.json", "firmware.json.lock"}));
+}
+
 TEST(StateStore, FailedReplaceLeavesNoTemporaryFileBehind)
 {
     const TemporaryDirectory folder;

@@ -220,8 +220,8 @@ TEST(SystemLog, TraceAndAuditRecordsReachSyslogWithTheirPriorities)
     ASSERT_TRUE(std::regex_match(run.records[1], audit, recordPattern)) << run.records[1];
     EXPECT_EQ(std::stoi(audit[1]), LOG_AUTHPRIV | LOG_NOTICE);
     EXPECT_EQ(audit[2], trace[2]);
-    EXPECT_EQ(audit[3],
-              "user=" + userName() + " origin=- kind=1 code=0xFF text=10082: Partition#0: PCI Express Mode=Fixed");
+    EXPECT_EQ(audit[3], "user=" + userName() +
+                            " origin=- kind=1 code=0xFF applied=true text=10082: Partition#0: PCI Express Mode=Fixed");
 
     // Nothing went to a file: neither beside the board nor in the default
     // state folder, which HOME and XDG_STATE_HOME put below it too.

@@ -107,6 +107,15 @@ ToolProcess::~ToolProcess()
     }
 }
 
+void ToolProcess::signal(int number) const
+{
+    if (pid_ > 0) {
+        ::kill(pid_, number);
+    }
+}
+
+std::string ToolProcess::outputSoFar() const { return readFile(outPath_); }
+
 ToolOutcome ToolProcess::finish() { return finish(std::chrono::milliseconds::max()); }
 
 ToolOutcome ToolProcess::finish(std::chrono::milliseconds limit)

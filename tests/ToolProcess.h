@@ -41,6 +41,11 @@ public:
     // A run that was never waited for is killed and reaped.
     ~ToolProcess();
 
+    // Sends the signal to the run while it goes on.
+    void signal(int number) const;
+    // What the run has written to its standard output so far.
+    [[nodiscard]] std::string outputSoFar() const;
+
     // Waits for the run to end.
     ToolOutcome finish();
     // Waits for the run to end, killing it when it outlives `limit`.

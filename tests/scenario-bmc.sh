@@ -10,17 +10,10 @@ set -eu
 action=$1
 folder=$2
 
+. "$(dirname "$0")/stop-pid-file.sh"
+
 stop() {
-    [ -f "$folder/pid" ] || return 0
-    pid=$(cat "$folder/pid")
-    rm -f "$folder/pid"
-    kill -TERM "$pid" 2>/dev/null || return 0
-    # partmode-sim stops ipmi_sim within 5 s; give it a little more.
-    for _ in $(seq 70); do
-        kill -0 "$pid" 2>/dev/null || return 0
-        sleep 0.1
-    done
-    kill -KILL "$pid" 2>/dev/null || true
+    stopPidFile "$folder/pid"
 }
 
 case $action in

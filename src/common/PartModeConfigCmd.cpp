@@ -2,8 +2,9 @@
 
 int PartModeConfigCmd::processCommand(int argc, char** argv)
 {
-    if (!parseCommand(argc, argv)) {
-        return 1;
+    const int result = parseCommand(argc, argv) ? execute() : 1;
+    if (result != 0) {
+        explainFailure();
     }
-    return execute();
+    return result;
 }

@@ -16,5 +16,11 @@ public:
     virtual int execute() = 0;
 
     // 1 when the arguments are not accepted, else what execute() returns.
+    // A failure is followed by its reason where the board asks for it.
     int processCommand(int argc, char** argv);
+
+protected:
+    // Writes the reason of the failure the command has just reported, where
+    // the board asks for reasons; nothing by default.
+    virtual void explainFailure() const {}
 };

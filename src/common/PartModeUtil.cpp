@@ -2,6 +2,7 @@
 
 #include "CommonUtil.h"
 #include "ComponentInfoCollection.h"
+#include "ConsoleLine.h"
 #include "GetBit.h"
 #include "OEMGetDefinedPartitionsCommand.h"
 #include "OEMGetDynamicPartitioningCommand.h"
@@ -52,21 +53,18 @@ bool parseWhole(const char* text, long& value)
 
 std::string printConsole(const char* text)
 {
-    char buffer[kConsoleBufferSize];
-    std::snprintf(buffer, sizeof(buffer), "%s", text);
-    std::cerr << buffer << std::endl;
-    return buffer;
+    std::string line = ConsoleLine::format(kConsoleBufferSize, "%s", text != nullptr ? text : "");
+    ConsoleLine::printError(line);
+    return line;
 }
 
 void printConsoleNumber(const char* format, unsigned int partition)
 {
-    char buffer[kConsoleBufferSize];
     // Printed with %d on purpose: a number stored from a negative text prints negative.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    std::snprintf(buffer, sizeof(buffer), format, static_cast<int>(partition));
+    ConsoleLine::printError(ConsoleLine::format(kConsoleBufferSize, format, static_cast<int>(partition)));
 #pragma GCC diagnostic pop
-    std::cerr << buffer << std::endl;
 }
 
 [[noreturn]] void outOfRange()
@@ -86,7 +84,8 @@ bool PartModeUtil::getCommandQuietOption(const char* word) { return checkKeyword
 bool PartModeUtil::getPPARNumber(const char* text, unsigned int& number)
 {
     long value = 0;
-    if (!parseWhole(text, value) || value < INT_MIN || value > INT_MAX || !CommonUtil::isPPAR(static_cast<int>(value))) {
+    if (!parseWhole(text, value) || value < INT_MIN || value > INT_MAX ||
+        !CommonUtil::isPPAR(static_cast<int>(value))) {
         return false;
     }
     number = static_cast<unsigned int>(value);
@@ -266,8 +265,7 @@ std::string PartModeUtil::printNoAuthority()
 
 std::string PartModeUtil::printSystemMirrorDisabled()
 {
-    return printConsole(
-        "Unable to execute this command because System Mirror Mode is set to disabled (Non-mirror).");
+    return printConsole("Unable to execute this command because System Mirror Mode is set to disabled (Non-mirror).");
 }
 
 void PartModeUtil::printPartitionNotDefined(unsigned int partition)
@@ -292,8 +290,7 @@ void PartModeUtil::printDPModeEnabled(unsigned int partition)
 void PartModeUtil::printXparModeEnabled(unsigned int partition)
 {
     printConsoleNumber(
-        "Unable to execute this command because Extended Partitioning mode of the Partition#%d is Enabled.",
-        partition);
+        "Unable to execute this command because Extended Partitioning mode of the Partition#%d is Enabled.", partition);
 }
 
-void PartModeUtil::printErrMsgConsole(const char* text) { std::cerr << (text != nullptr ? text : "") << std::endl; }
+void PartModeUtil::printErrMsgConsole(const char* text) { printConsole(text); }

@@ -1,6 +1,9 @@
 #include "PartitionModeCommand.h"
 
 #include "CommonUtil.h"
+#include "ConsoleLine.h"
+#include "Diagnostics.h"
+#include "LogDestinations.h"
 #include "MessageCatalogue.h"
 #include "PException.h"
 #include "PartModeUtil.h"
@@ -9,9 +12,9 @@
 #include "UserInfo.h"
 #include "UtmpUtil.h"
 
+#include <cerrno> // program_invocation_short_name
 #include <cstdio>
 #include <cstring>
-#include <iostream>
 
 using OrbLib::ipmiclient::_RMCPP_SESS_SETUP_INFO;
 
@@ -90,7 +93,7 @@ int PartitionModeCommand::executeSetFrame()
         if (const int result = checkAuthority(user); result != 0) {
             return result;
         }
-        IPMIRequester requester(sessionSetup());
+        IPMIRequester requester(changeSessionSetup());
         if (const int result = checkDefined(requester); result != 0) {
             return result;
         }
@@ -98,8 +101,7 @@ int PartitionModeCommand::executeSetFrame()
             return result;
         }
         traceSuccess();
-        writeSuccessAudit(user, auditText);
-        return 0;
+        return writeSuccessAudit(user, auditText);
     } catch (const PException& exception) {
         return handleSetException(exception);
     }
@@ -107,7 +109,7 @@ int PartitionModeCommand::executeSetFrame()
 
 int PartitionModeCommand::handleSetException(const PException& exception)
 {
-    printFailure();
+    printFailureOnConsole();
     traceException(exception);
     return 2;
 }
@@ -142,6 +144,13 @@ _RMCPP_SESS_SETUP_INFO PartitionModeCommand::sessionSetup()
 {
     _RMCPP_SESS_SETUP_INFO setup;
     IPMIRequester::createSetupInfo(0, setup, 0);
+    return setup;
+}
+
+_RMCPP_SESS_SETUP_INFO PartitionModeCommand::changeSessionSetup()
+{
+    auto setup = sessionSetup();
+    partmode::LogDestinations::prepareForChange();
     return setup;
 }
 
@@ -204,7 +213,7 @@ int PartitionModeCommand::checkPowerOff(IPMIRequester& requester)
     if (!PartModeUtil::isPowerOnPartition(requester, partitionNumber_)) {
         return 0;
     }
-    std::cerr << runningText(Wording::Partition) << std::endl;
+    ConsoleLine::printError(runningText(Wording::Partition));
     traceFailure("%s (the partition is running)");
     return 51;
 }
@@ -224,6 +233,7 @@ int PartitionModeCommand::refuseRunning(const PException& exception) const
 {
     PartModeUtil::printErrMsgConsole(runningText(Wording::Partition));
     traceFailure("%s (PException)", exception.getExceptionDetail(), exception.getActionCode());
+    noteReason(exception);
     return 51;
 }
 
@@ -240,12 +250,13 @@ const char* PartitionModeCommand::runningText(Wording wording)
 bool PartitionModeCommand::confirmNextPowerCycle(Wording wording)
 {
     const bool system = wording == Wording::SystemOnSinglePartition && CommonUtil::getMaxPartitionNum() == 1;
-    char prompt[512];
-    std::snprintf(prompt, sizeof(prompt),
-                  "The setting will become effective the next time the %s power off/on is performed.\n"
-                  "Are you sure to continue?[Y/N]",
-                  system ? "system" : "partition");
-    return PartModeUtil::isExecute(prompt);
+    constexpr std::size_t kPromptBufferSize = 512;
+    const std::string prompt =
+        ConsoleLine::format(kPromptBufferSize,
+                            "The setting will become effective the next time the %s power off/on is performed.\n"
+                            "Are you sure to continue?[Y/N]",
+                            system ? "system" : "partition");
+    return PartModeUtil::isExecute(prompt.c_str());
 }
 
 void PartitionModeCommand::traceSuccess() const
@@ -269,12 +280,21 @@ void PartitionModeCommand::traceDetail(const char* detail, int first, int second
 {
     char message[kTextBufferSize];
     trace_.putLog(0, lmsg_getmsg(10047, message, detail, first, second));
+    reason_ = partmode::Diagnostics::explain(commandName_, detail, first, second);
 }
 
 void PartitionModeCommand::traceException(const PException& exception) const
 {
     traceDetail(commandName_.c_str(), exception.getExceptionDetail(), exception.getActionCode());
+    noteReason(exception);
 }
+
+void PartitionModeCommand::noteReason(const PException& exception) const
+{
+    reason_ = partmode::Diagnostics::explain(exception);
+}
+
+void PartitionModeCommand::explainFailure() const { partmode::Diagnostics::report(reason_); }
 
 void PartitionModeCommand::traceMessage(int messageId, const char* argument) const
 {
@@ -291,32 +311,42 @@ const char* PartitionModeCommand::wordOrUnknown(const char* word, const char* re
     return "-";
 }
 
-void PartitionModeCommand::writeAudit(int messageId, const LoginUser& user, const char* auditText) const
+int PartitionModeCommand::writeAudit(int messageId, const LoginUser& user, const char* auditText, int result) const
 {
     char message[kTextBufferSize];
     lmsg_getmsg(messageId, message, partitionNumber_, auditText);
-    putAudit(message, user);
+    return putAudit(message, user, result);
 }
 
-void PartitionModeCommand::writeSuccessAudit(const LoginUser& user, const char* auditText) const
+int PartitionModeCommand::writeSuccessAudit(const LoginUser& user, const char* auditText) const
 {
     if (auditsSystemOnSinglePartition() && CommonUtil::getMaxPartitionNum() == 1) {
         char message[kTextBufferSize];
-        putAudit(lmsg_getmsg(10088, message, auditText), user);
-        return;
+        return putAudit(lmsg_getmsg(10088, message, auditText), user, 0);
     }
-    writeAudit(10082, user, auditText);
+    return writeAudit(10082, user, auditText, 0);
 }
 
-void PartitionModeCommand::putAudit(const char* message, const LoginUser& user)
+int PartitionModeCommand::putAudit(const char* message, const LoginUser& user, int result)
 {
-    Report::llog_putOrbLog(static_cast<long>(std::strlen(message)), message, 1, user.origin.c_str(),
-                           user.name.c_str(), "0xFF");
+    if (Report::llog_putOrbLog(static_cast<long>(std::strlen(message)), message, 1, user.origin.c_str(),
+                               user.name.c_str(), "0xFF") == 0) {
+        return result;
+    }
+    ConsoleLine::printError(std::string(program_invocation_short_name) + ": " +
+                            (partmode::LogDestinations::changeRequested()
+                                 ? "the change was applied, but its audit record was not written: "
+                                 : "the audit record was not written: ") +
+                            Report::lastFailure());
+    return result == 0 ? 2 : result;
 }
 
 void PartitionModeCommand::printFailure() const
 {
-    char line[kTextBufferSize];
-    std::snprintf(line, sizeof(line), "Failed to execute %s command.", commandName_.c_str());
-    PartModeUtil::printErrMsgConsole(line);
+    ConsoleLine::printError(ConsoleLine::failure(kTextBufferSize, commandName_));
+}
+
+void PartitionModeCommand::printFailureOnConsole() const
+{
+    PartModeUtil::printErrMsgConsole(ConsoleLine::failure(kTextBufferSize, commandName_).c_str());
 }

@@ -61,7 +61,11 @@ protected:
     // Fills the audit text (a buffer of kTextBufferSize bytes).
     virtual void formatAuditText(char* auditText) const { static_cast<void>(auditText); }
     // The command's own checks and the change; 0 or the exit status.
-    virtual int changeMode(IPMIRequester& requester) { static_cast<void>(requester); return 0; }
+    virtual int changeMode(IPMIRequester& requester)
+    {
+        static_cast<void>(requester);
+        return 0;
+    }
     // A platform exception caught by the set frame: the failure line, then the
     // trace; returns the exit status (2).
     virtual int handleSetException(const PException& exception);
@@ -90,6 +94,10 @@ protected:
 
     // The set-up of every session with the firmware.
     static OrbLib::ipmiclient::_RMCPP_SESS_SETUP_INFO sessionSetup();
+    // The set-up of the session of a set command: the trace, audit and
+    // message catalogue are ready before any request leaves, and a platform
+    // exception says so when the audit destination cannot be written.
+    static OrbLib::ipmiclient::_RMCPP_SESS_SETUP_INFO changeSessionSetup();
     // Asks whether to register a setting that takes effect at the next power
     // off/on; false when the operator declines.
     [[nodiscard]] static bool confirmNextPowerCycle(Wording wording);
@@ -116,21 +124,36 @@ protected:
     // 20003 naming the request, then passed on.
     template <typename Request>
     void traceRequestFailure(const char* requestName, Request&& request) const;
-    void writeAudit(int messageId, const LoginUser& user, const char* auditText) const;
-    void writeSuccessAudit(const LoginUser& user, const char* auditText) const;
+    // Writes the audit record and returns `result`; when the record cannot
+    // be written, says so on standard error and returns a failure (2 in place
+    // of 0).
+    int writeAudit(int messageId, const LoginUser& user, const char* auditText, int result) const;
+    // Message 10082 (or 10088); 0, or 2 when the record cannot be written.
+    int writeSuccessAudit(const LoginUser& user, const char* auditText) const;
 
-    // "Failed to execute <command name> command." on standard error.
+    // "Failed to execute <command name> command." on standard error, as
+    // formatted into the failure line buffer (kTextBufferSize bytes).
     void printFailure() const;
+    // The same line through the shared console message routine, whose
+    // smaller buffer cuts it again.
+    void printFailureOnConsole() const;
+
+    // The reason of the last failure traced, for explainFailure().
+    void noteReason(const PException& exception) const;
+    void explainFailure() const override;
 
 private:
-    static void putAudit(const char* message, const LoginUser& user);
+    static int putAudit(const char* message, const LoginUser& user, int result);
     [[nodiscard]] static const char* runningText(Wording wording);
 
 protected:
-
     trace::OrbTrace trace_;
     std::string commandName_;
     unsigned int partitionNumber_ = 0;
+
+private:
+    // Set with every failure traced; written only when the board asks.
+    mutable std::string reason_;
 };
 
 template <typename Request>

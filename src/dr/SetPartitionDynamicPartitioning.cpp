@@ -1,5 +1,6 @@
 #include "SetPartitionDynamicPartitioning.h"
 
+#include "ConsoleLine.h"
 #include "OEMGetPartitionPCIExpressModeCommand.h"
 #include "OEMGetPartitionSegmentModeCommand.h"
 #include "OEMGetSystemCapabilitiesCommand.h"
@@ -57,15 +58,12 @@ int SetPartitionDynamicPartitioning::execute()
     std::snprintf(auditText, sizeof(auditText), "%s",
                   drMode_ == kEnable ? "Dynamic Reconfiguration Enable" : "Dynamic Reconfiguration Disable");
     LoginUser user;
-    const auto auditRefusal = [&](int result) {
-        writeAudit(kFailureAudit, user, auditText);
-        return result;
-    };
+    const auto auditRefusal = [&](int result) { return writeAudit(kFailureAudit, user, auditText, result); };
     try {
         if (const int result = identifyUser(user); result != 0) {
             return result;
         }
-        IPMIRequester requester(sessionSetup());
+        IPMIRequester requester(changeSessionSetup());
         if (const int result = checkExclusiveFeatures(requester); result != 0) {
             return result;
         }
@@ -90,8 +88,7 @@ int SetPartitionDynamicPartitioning::execute()
         // A declined prompt still counts as done and is audited as such.
         setDynamicPartitioningInfo(requester);
         traceSuccess();
-        writeSuccessAudit(user, auditText);
-        return 0;
+        return writeSuccessAudit(user, auditText);
     } catch (const PException& exception) {
         return handleException(exception, user, auditText);
     }
@@ -149,10 +146,10 @@ int SetPartitionDynamicPartitioning::checkIoModes(IPMIRequester& requester)
 bool SetPartitionDynamicPartitioning::setDynamicPartitioningInfo(IPMIRequester& /*requester*/)
 {
     if (!quiet_) {
-        char prompt[kTextBufferSize];
-        std::snprintf(prompt, sizeof(prompt), "%s of Partition#%d is %s.\nAre you sure to continue?[Y/N]: ", "DR Mode",
-                      static_cast<int>(partitionNumber_), drMode_ == kEnable ? "enable" : "disable");
-        if (!PartModeUtil::isExecute(prompt)) {
+        const std::string prompt = ConsoleLine::format(
+            kTextBufferSize, "%s of Partition#%d is %s.\nAre you sure to continue?[Y/N]: ", "DR Mode",
+            static_cast<int>(partitionNumber_), drMode_ == kEnable ? "enable" : "disable");
+        if (!PartModeUtil::isExecute(prompt.c_str())) {
             return false;
         }
     }
@@ -167,13 +164,16 @@ int SetPartitionDynamicPartitioning::handleException(const PException& exception
                                                      const char* auditText)
 {
     traceException(exception);
-    writeAudit(kFailureAudit, user, auditText);
+    // An audit destination that cannot be written takes no failure record.
+    if (exception.getExceptionDetail() != partmode::error::kDetailAudit) {
+        static_cast<void>(writeAudit(kFailureAudit, user, auditText, 2));
+    }
     if (exception.getExceptionDetail() == partmode::error::kDetailCompletionCode &&
         exception.getActionCode() == kActionScaleUpBoard) {
         PartModeUtil::printErrMsgConsole(
             "Dynamic Reconfiguration Mode cannot be changed due to the partition has Memory Scale-up Board.");
     } else {
-        printFailure();
+        printFailureOnConsole();
     }
     return 2;
 }

@@ -80,7 +80,13 @@ int SetPartitionLanDeviceMode::changeMode(IPMIRequester& requester)
     return setLanDeviceModeInfo(requester) ? 1 : 0;
 }
 
-int SetPartitionLanDeviceMode::handleSetException(const PException& exception) { return reportException(exception); }
+// Traced before the failure line, which goes through the shared console routine.
+int SetPartitionLanDeviceMode::handleSetException(const PException& exception)
+{
+    traceException(exception);
+    printFailureOnConsole();
+    return 2;
+}
 
 bool SetPartitionLanDeviceMode::setLanDeviceModeInfo(IPMIRequester& requester)
 {

@@ -55,7 +55,8 @@ int SetPartitionPCIExpressMode::execute() { return executeSetFrame(); }
 void SetPartitionPCIExpressMode::formatAuditText(char* auditText) const
 {
     std::snprintf(auditText, kTextBufferSize, "%s",
-                  pciExpressMode_ == PciExpressMode::kFlexible ? "PCI Express Mode=Flexible" : "PCI Express Mode=Fixed");
+                  pciExpressMode_ == PciExpressMode::kFlexible ? "PCI Express Mode=Flexible"
+                                                               : "PCI Express Mode=Fixed");
 }
 
 int SetPartitionPCIExpressMode::changeMode(IPMIRequester& requester)
@@ -93,6 +94,7 @@ int SetPartitionPCIExpressMode::setPCIExpressModeInfo(IPMIRequester& requester)
         if (exception.getActionCode() == kActionReservedSB) {
             PartModeUtil::printErrMsgConsole("Unable to change the mode because of the Reserved SB setting.");
             traceFailure("%s (PException)", exception.getExceptionDetail(), exception.getActionCode());
+            noteReason(exception);
             return 53;
         }
         throw;

@@ -1,10 +1,10 @@
 #include "ShowPartitionLanDeviceMode.h"
 
 #include "CommonUtil.h"
+#include "ConsoleLine.h"
 #include "OemProtocol.h"
 #include "PartModeUtil.h"
 
-#include <cstdio>
 #include <iostream>
 #include <sstream>
 
@@ -55,9 +55,8 @@ bool ShowPartitionLanDeviceMode::getPartitionLanDeviceModeInfo(IPMIRequester& re
     if (!iouNumbers_.empty()) {
         return true;
     }
-    char message[128];
-    std::snprintf(message, sizeof(message), "No IOU on specified partition.");
-    std::cerr << message << std::endl;
+    constexpr std::size_t kMessageSize = 128;
+    ConsoleLine::printError(ConsoleLine::format(kMessageSize, "No IOU on specified partition."));
     return false;
 }
 

@@ -1,6 +1,7 @@
 #include "PartModeCmd.h"
 
 #include "CommonUtil.h"
+#include "ConsoleLine.h"
 #include "PartModeConfigCmd.h"
 #include "PartModeUtil.h"
 #include "SetPartitionDynamicPartitioning.h"
@@ -19,8 +20,6 @@
 #include "ShowPartitionSparingMode.h"
 
 #include <array>
-#include <cstdio>
-#include <iostream>
 #include <memory>
 #include <sstream>
 
@@ -102,17 +101,16 @@ int PartModeCmd::execute(int argc, char** argv)
             joined << argv[i];
         }
     }
-    char failure[kFailureBufferSize];
-    std::snprintf(failure, sizeof(failure), "Failed to execute %s command.", joined.str().c_str());
+    const std::string failure = ConsoleLine::failure(kFailureBufferSize, joined.str());
 
     if (!parseCommand(&argc, &argv)) {
-        std::cerr << failure << std::endl;
+        ConsoleLine::printError(failure);
         return 1;
     }
     const Feature& feature = kFeatures[static_cast<std::size_t>(commandType_ / 2)];
     const Factory factory = commandType_ % 2 == 0 ? feature.set : feature.show;
     if (factory == nullptr) {
-        std::cerr << failure << std::endl;
+        ConsoleLine::printError(failure);
         return 1;
     }
     // The command is destroyed on return and when an exception passes.

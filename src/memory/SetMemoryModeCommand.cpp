@@ -1,6 +1,7 @@
 #include "SetMemoryModeCommand.h"
 
 #include "CompletionCode.h"
+#include "ConsoleLine.h"
 #include "OEMSetPartitionMirrorModeCommand.h"
 #include "OemProtocol.h"
 #include "PException.h"
@@ -24,6 +25,7 @@ constexpr const char* kReservedSbReason =
 
 constexpr std::size_t kReasonBufferSize = 512;
 constexpr std::size_t kConsoleBufferSize = 1024;
+constexpr std::size_t kSubjectBufferSize = 64;
 
 // Why the firmware refused to register a memory mode, by completion code.
 struct RefusalReason {
@@ -158,29 +160,33 @@ int SetMemoryModeCommand::checkException(unsigned short detail, unsigned char ac
     // Only a firmware completion code carries a reason.
     const bool refusedByFirmware = detail == partmode::error::kDetailCompletionCode;
     const RefusalReason* refusal = refusedByFirmware ? findRefusalReason(actionCode) : nullptr;
-    char reason[kReasonBufferSize];
+    std::string reason;
     int result = 2;
     if (refusal != nullptr) {
-        char subject[64];
-        if (isSinglePartitionSystem()) {
-            std::snprintf(subject, sizeof(subject), "the System");
-        } else {
-            std::snprintf(subject, sizeof(subject), "the specified Partition#%d", static_cast<int>(partitionNumber_));
-        }
-        std::snprintf(reason, sizeof(reason), "Unable to register %s as Mode enable because %s\n", subject,
-                      refusal->cause);
+        const std::string subject = isSinglePartitionSystem()
+                                        ? std::string("the System")
+                                        : ConsoleLine::format(kSubjectBufferSize, "the specified Partition#%d",
+                                                              static_cast<int>(partitionNumber_));
+        reason = ConsoleLine::format(kReasonBufferSize, "Unable to register %s as Mode enable because %s\n",
+                                     subject.c_str(), refusal->cause);
         std::cerr << reason << std::flush;
     } else if (refusedByFirmware && actionCode == partmode::cc::kReservedSb) {
-        std::snprintf(reason, sizeof(reason), "%s", kReservedSbReason);
+        reason = ConsoleLine::format(kReasonBufferSize, "%s", kReservedSbReason);
         result = kReservedSb;
     } else {
-        char console[kConsoleBufferSize];
-        std::snprintf(console, sizeof(console), "Failed to execute %s command.", commandName_.c_str());
-        PartModeUtil::printErrMsgConsole(console);
-        std::snprintf(reason, sizeof(reason), "Failed to execute %s command.\n", commandName_.c_str());
+        // A failure the platform raised itself is printed as it stands; a
+        // firmware refusal without a reason goes through the shared console
+        // routine, whose smaller buffer cuts it again.
+        const std::string console = ConsoleLine::failure(kConsoleBufferSize, commandName_);
+        if (refusedByFirmware) {
+            PartModeUtil::printErrMsgConsole(console.c_str());
+        } else {
+            ConsoleLine::printError(console);
+        }
+        reason = ConsoleLine::format(kReasonBufferSize, "Failed to execute %s command.\n", commandName_.c_str());
     }
     char traceText[kTextBufferSize];
-    std::snprintf(traceText, sizeof(traceText), "%s (%s)", commandName_.c_str(), reason);
+    std::snprintf(traceText, sizeof(traceText), "%s (%s)", commandName_.c_str(), reason.c_str());
     traceDetail(traceText, detail, actionCode);
     return result;
 }

@@ -1,5 +1,6 @@
 #include "Board.h"
 
+#include "CheckedFile.h"
 #include "FreeIpmiOptions.h"
 #include "PException.h"
 #include "PlatformError.h"
@@ -9,11 +10,11 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
-#include <fstream>
+#include <cstring>
 #include <iostream>
 #include <set>
-#include <sstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -30,6 +31,13 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+// The reason a board file cannot be read, in the system's words.
+std::string cannotRead(int error)
+{
+    return error != 0 ? "cannot read the board file: " + std::string(std::strerror(error))
+                      : "cannot read the board file";
+}
+
 std::string envValue(const char* name)
 {
     // secure_getenv answers null in a set-user-ID process, so such a process
@@ -40,6 +48,13 @@ std::string envValue(const char* name)
 
 std::filesystem::path defaultStateDirectory()
 {
+    // A privileged run keeps its state in the home of its effective user,
+    // never in a folder its caller chose or owns.
+    if (CheckedFile::privileged()) {
+        const passwd* entry = getpwuid(geteuid());
+        const std::string home = entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "/";
+        return std::filesystem::path(home) / ".local" / "state" / "partmode";
+    }
     if (const auto xdg = envValue("XDG_STATE_HOME"); !xdg.empty() && xdg.front() == '/') {
         return std::filesystem::path(xdg) / "partmode";
     }
@@ -128,8 +143,10 @@ std::map<std::string, BoardUser> readUsers(const json& users, unsigned int parti
         checkKeys(entry, {"privilege", "operable_partitions"}, where);
         BoardUser user;
         if (const auto privilege = entry.find("privilege"); privilege != entry.end()) {
-            if (!privilege->is_number_integer()) {
-                fail("\"" + where + "privilege\" must be a whole number");
+            if (!privilege->is_number_integer() || privilege->get<long long>() < Board::kLowestPrivilege ||
+                privilege->get<long long>() > Board::kHighestPrivilege) {
+                fail("\"" + where + "privilege\" must be a whole number from " +
+                     std::to_string(Board::kLowestPrivilege) + " to " + std::to_string(Board::kHighestPrivilege));
             }
             user.privilege = privilege->get<int>();
         }
@@ -151,11 +168,46 @@ std::map<std::string, BoardUser> readUsers(const json& users, unsigned int parti
     return result;
 }
 
-std::filesystem::path resolve(const std::filesystem::path& folder, const std::string& value)
+// A privileged run takes no path relative to a folder its caller may choose.
+std::filesystem::path resolve(const std::filesystem::path& folder, const std::string& value, const char* key)
 {
-    const std::filesystem::path path(value);
-    return path.is_absolute() ? path : folder / path;
+    std::filesystem::path path(value);
+    if (path.is_absolute()) {
+        return path;
+    }
+    if (CheckedFile::privileged()) {
+        fail(std::string("\"") + key + "\" must be an absolute path in a privileged run");
+    }
+    return folder / path;
 }
+
+// Refuses a key that appears twice in one object, which JSON parsers
+// otherwise settle silently by keeping one of the values.
+class DuplicateKeyCheck {
+public:
+    bool operator()(int /*depth*/, json::parse_event_t event, json& parsed)
+    {
+        switch (event) {
+        case json::parse_event_t::object_start:
+            keys_.emplace_back();
+            break;
+        case json::parse_event_t::object_end:
+            keys_.pop_back();
+            break;
+        case json::parse_event_t::key:
+            if (!keys_.back().insert(parsed.get<std::string>()).second) {
+                fail("duplicate key \"" + parsed.get<std::string>() + "\"");
+            }
+            break;
+        default:
+            break;
+        }
+        return true;
+    }
+
+private:
+    std::vector<std::set<std::string>> keys_;
+};
 
 std::vector<std::string> readWorkarounds(const json& firmware)
 {
@@ -188,7 +240,11 @@ void readLan(const json& firmware, const std::filesystem::path& folder, Firmware
     if (config.username.size() > 16) {
         fail("\"firmware.username\" must be at most 16 bytes long");
     }
-    config.passwordFile = resolve(folder, readString(firmware, "password_file", "bmc.pass", where));
+    config.passwordFile =
+        resolve(folder, readString(firmware, "password_file", "bmc.pass", where), "firmware.password_file");
+    if (firmware.contains("k_g_file")) {
+        config.kgFile = resolve(folder, readString(firmware, "k_g_file", "", where), "firmware.k_g_file");
+    }
     config.privilege = readString(firmware, "privilege", config.privilege, where);
     if (!freeipmi::privilegeLevel(config.privilege)) {
         fail("\"firmware.privilege\" must be \"user\", \"operator\" or \"admin\"");
@@ -213,6 +269,9 @@ void readInband(const json& firmware, FirmwareConfig& config)
         fail("\"firmware.driver\" must be \"openipmi\", \"kcs\", \"ssif\", \"sunbmc\", \"inteldcmi\" or \"auto\"");
     }
     config.device = readString(firmware, "device", config.device.string(), "firmware.");
+    if (!config.device.empty() && !config.device.is_absolute() && CheckedFile::privileged()) {
+        fail("\"firmware.device\" must be an absolute path in a privileged run");
+    }
 }
 
 void readFirmware(const json& firmware, const std::filesystem::path& folder, FirmwareConfig& config)
@@ -221,13 +280,13 @@ void readFirmware(const json& firmware, const std::filesystem::path& folder, Fir
     if (config.transport == "simulator") {
         checkKeys(firmware, {"transport", "state"}, "firmware.");
         if (firmware.contains("state")) {
-            config.state = resolve(folder, readString(firmware, "state", "", "firmware."));
+            config.state = resolve(folder, readString(firmware, "state", "", "firmware."), "firmware.state");
         }
         return;
     }
     if (config.transport == "lan") {
         checkKeys(firmware,
-                  {"transport", "host", "port", "username", "password_file", "privilege", "cipher_suite",
+                  {"transport", "host", "port", "username", "password_file", "k_g_file", "privilege", "cipher_suite",
                    "session_timeout_ms", "retransmission_timeout_ms", "workarounds", "iana"},
                   "firmware.");
         readLan(firmware, folder, config);
@@ -249,13 +308,31 @@ void readDestination(const json& document, const char* key, const std::filesyste
     }
     const std::string value = readString(document, key, "", "");
     toSyslog = value == Board::kSyslog;
-    path = toSyslog ? std::filesystem::path() : resolve(folder, value);
+    path = toSyslog ? std::filesystem::path() : resolve(folder, value, key);
 }
 
 } // namespace
 
+std::filesystem::path Board::installedBoardPath()
+{
+    std::error_code error;
+    const auto executable = std::filesystem::read_symlink("/proc/self/exe", error);
+    if (error || !executable.has_parent_path()) {
+        return kSystemBoardPath;
+    }
+    const auto prefix = executable.parent_path().parent_path();
+    // The prefix /usr keeps its configuration in /etc, as Debian does.
+    if (prefix == "/usr" || prefix == "/") {
+        return kSystemBoardPath;
+    }
+    return prefix / "etc" / "partmode" / "board.json";
+}
+
 std::filesystem::path Board::locate()
 {
+    if (CheckedFile::privileged()) {
+        return installedBoardPath();
+    }
     if (const auto fromEnvironment = envValue("PARTMODE_BOARD"); !fromEnvironment.empty()) {
         return fromEnvironment;
     }
@@ -268,6 +345,9 @@ std::filesystem::path Board::locate()
 
 Board Board::load(const std::filesystem::path& path)
 {
+    if (path.empty() && CheckedFile::privileged()) {
+        throw Unreadable("a privileged run has no built-in board");
+    }
     Board board;
     const auto stateDirectory = defaultStateDirectory();
     board.firmware.state = stateDirectory / "firmware.json";
@@ -278,18 +358,18 @@ Board Board::load(const std::filesystem::path& path)
     }
     board.path = path;
 
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        throw Unreadable("cannot read the board file");
-    }
-    std::ostringstream content;
-    content << in.rdbuf();
-    if (in.bad()) {
-        throw Unreadable("cannot read the board file");
+    std::string content;
+    try {
+        content = CheckedFile::read(path, {CheckedFile::kMiB, false});
+    } catch (const CheckedFile::Refused& refused) {
+        if (refused.error() != 0) {
+            throw Unreadable(cannotRead(refused.error()));
+        }
+        throw Unreadable(std::string("the board file ") + refused.what());
     }
     json document;
     try {
-        document = json::parse(content.str());
+        document = json::parse(content, DuplicateKeyCheck());
     } catch (const json::exception& error) {
         // A syntax error, or a number too large for any type (out_of_range).
         std::string reason = error.what();
@@ -303,7 +383,7 @@ Board Board::load(const std::filesystem::path& path)
     }
     checkKeys(document,
               {"partitions", "extended_partitions", "system_boards", "cpus_per_system_board", "io_units",
-               "io_unit_name", "users", "firmware", "trace", "audit"},
+               "io_unit_name", "users", "firmware", "trace", "audit", "diagnostics"},
               "");
 
     // Partition numbers travel as one byte, so all partitions fit in 0..255.
@@ -330,6 +410,11 @@ Board Board::load(const std::filesystem::path& path)
     }
     readDestination(document, "trace", folder, board.trace, board.traceToSyslog);
     readDestination(document, "audit", folder, board.audit, board.auditToSyslog);
+    const std::string diagnostics = readString(document, "diagnostics", "off", "");
+    if (diagnostics != "off" && diagnostics != "stderr") {
+        fail("\"diagnostics\" must be \"off\" or \"stderr\"");
+    }
+    board.diagnosticsToStderr = diagnostics == "stderr";
     return board;
 }
 
@@ -356,8 +441,8 @@ const Board& Board::instance()
         return result;
     }();
     if (!loaded.board) {
-        throw PException(1, 0x50, 0x0100, loaded.action, error::kDetailBoard,
-                         error::kMessagePlatformFailure, {loaded.path.string(), loaded.reason});
+        throw PException(1, 0x50, 0x0100, loaded.action, error::kDetailBoard, error::kMessagePlatformFailure,
+                         {loaded.path.string(), loaded.reason});
     }
     return *loaded.board;
 }

@@ -20,6 +20,8 @@ struct FirmwareConfig {
     unsigned int port = 623;
     std::string username = "admin";
     std::filesystem::path passwordFile; // relative paths are taken from the board's folder
+    // The BMC key K_g, kept like the password; empty when the BMC has none.
+    std::filesystem::path kgFile;
     std::string privilege = "admin";
     // 17 (HMAC-SHA256, AES-CBC-128): current BMCs no longer offer the SHA-1 suites.
     unsigned int cipherSuite = 17;
@@ -57,8 +59,16 @@ public:
     // Throws std::runtime_error with the reason.
     static Board load(const std::filesystem::path& path);
 
-    // Where the board of this process comes from: empty for the built-in default.
+    // Where the board of this process comes from: empty for the built-in
+    // default. A privileged run reads only the installation's board.
     static std::filesystem::path locate();
+    // The board of the installation this executable belongs to:
+    // /etc/partmode/board.json for the prefix /usr, else PREFIX/etc/partmode.
+    static std::filesystem::path installedBoardPath();
+
+    // The privileges the user database accepts; 5 is the partition operator.
+    static constexpr int kLowestPrivilege = 1;
+    static constexpr int kHighestPrivilege = 15;
 
     unsigned int partitions = 4;
     unsigned int extendedPartitions = 0;
@@ -76,6 +86,8 @@ public:
     std::filesystem::path audit;
     bool traceToSyslog = false;
     bool auditToSyslog = false;
+    // "diagnostics": "stderr": the reason of a failure also on standard error.
+    bool diagnosticsToStderr = false;
     std::filesystem::path path; // empty for the built-in default
 };
 

@@ -8,10 +8,12 @@
 #include "PasswordFile.h"
 #include "PlatformError.h"
 #include "RawIpmiFrame.h"
+#include "SessionDeadline.h"
 
 #include <freeipmi/freeipmi.h>
 
 #include <array>
+#include <optional>
 #include <string>
 
 namespace partmode {
@@ -88,11 +90,31 @@ struct FreeIpmiTransport::Context {
     ~Context()
     {
         if (handle != nullptr) {
-            if (open) {
+            // The close is part of the session's time; past it, the BMC
+            // ends the session on its own.
+            if (open && (!deadline || !deadline->passed())) {
+                const SessionDeadline::Armed armed(bound());
                 library.ctxClose(handle);
             }
             library.ctxDestroy(handle);
         }
+    }
+
+    // The session's deadline, for an Armed guard around the next call.
+    [[nodiscard]] const SessionDeadline* bound() const { return deadline ? &*deadline : nullptr; }
+
+    // Fails when the session's time is up, before another datagram leaves.
+    void checkDeadline(std::uint16_t command) const
+    {
+        if (deadline && deadline->passed()) {
+            failTimeout(command);
+        }
+    }
+
+    [[noreturn]] void failTimeout(std::uint16_t command) const
+    {
+        fail(command, error::kActionTimeout,
+             "session timeout: " + std::to_string(deadline->budget().count()) + " ms passed");
     }
 
     [[noreturn]] void fail(std::uint16_t command, std::uint8_t action, const std::string& reason) const
@@ -105,6 +127,10 @@ struct FreeIpmiTransport::Context {
         if (handle == nullptr) {
             fail(command, error::kActionSessionOther, "cannot create an IPMI context");
         }
+        // An interrupted wait at the deadline is the session timing out.
+        if (deadline && deadline->passed() && actionOf(library.ctxErrnum(handle)) != error::kActionTimeout) {
+            failTimeout(command);
+        }
         fail(command, actionOf(library.ctxErrnum(handle)), library.ctxErrormsg(handle));
     }
 
@@ -112,6 +138,7 @@ struct FreeIpmiTransport::Context {
     ipmi_ctx_t handle;
     std::string peer;
     bool open = false;
+    std::optional<SessionDeadline> deadline;
 };
 
 FreeIpmiTransport::FreeIpmiTransport(std::unique_ptr<Context> context, std::uint32_t iana)
@@ -123,8 +150,11 @@ FreeIpmiTransport::~FreeIpmiTransport() = default;
 
 std::unique_ptr<FreeIpmiTransport> FreeIpmiTransport::openLan(const FirmwareConfig& config)
 {
-    // The password file is checked before any packet leaves.
+    // The password and key files are checked before any packet leaves. The
+    // key K_g is kept and checked like the password: at most 20 bytes, in a
+    // file only its owner may access.
     const std::string password = PasswordFile::read(config.passwordFile);
+    const std::string key = config.kgFile.empty() ? std::string() : PasswordFile::read(config.kgFile);
     unsigned int workarounds = 0;
     for (const auto& name : config.workarounds) {
         workarounds |= freeipmi::outOfBandWorkaround(name).value_or(0);
@@ -133,8 +163,12 @@ std::unique_ptr<FreeIpmiTransport> FreeIpmiTransport::openLan(const FirmwareConf
     if (context->handle == nullptr) {
         context->failFromLibrary(0);
     }
+    context->deadline.emplace(std::chrono::milliseconds(config.sessionTimeoutMs));
+    const SessionDeadline::Armed armed(context->bound());
     if (context->library.ctxOpenOutofband20(
-            context->handle, hostAndPort(config).c_str(), config.username.c_str(), password.c_str(), nullptr, 0,
+            context->handle, hostAndPort(config).c_str(), config.username.c_str(), password.c_str(),
+            key.empty() ? nullptr : reinterpret_cast<const unsigned char*>(key.data()),
+            static_cast<unsigned int>(key.size()),
             freeipmi::privilegeLevel(config.privilege).value_or(IPMI_PRIVILEGE_LEVEL_ADMIN),
             static_cast<std::uint8_t>(config.cipherSuite), config.sessionTimeoutMs, config.retransmissionTimeoutMs,
             workarounds, IPMI_FLAGS_DEFAULT) < 0) {
@@ -174,6 +208,8 @@ RawResponse FreeIpmiTransport::request(std::uint8_t netFn, std::uint8_t command,
     const RawIpmiFrame frame(netFn, command, iana_);
     const auto packet = frame.request(data);
     std::array<std::uint8_t, kResponseBufferSize> answer{};
+    context_->checkDeadline(command);
+    const SessionDeadline::Armed armed(context_->bound());
     const int length = context_->library.cmdRaw(context_->handle, IPMI_BMC_IPMB_LUN_BMC, netFn, packet.data(),
                                                 static_cast<unsigned int>(packet.size()), answer.data(),
                                                 static_cast<unsigned int>(answer.size()));

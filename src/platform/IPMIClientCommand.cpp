@@ -33,7 +33,7 @@ std::vector<std::uint8_t> IPMIClientCommand::send(const partmode::wire::OemReque
         throw std::logic_error("OEM request sent through an object of another request");
     }
     const auto request = layout.encode(parameters);
-    auto response = requester_->sendRequest(netFn_, command_, request);
+    auto response = requester_->sendRequest(netFn_, command_, request, layout.effect);
     checkCompletionCode(command_, response.completionCode, layout.name);
     responseLength_ = static_cast<std::uint32_t>(std::min(response.data.size(), data_.size()));
     std::copy_n(response.data.begin(), responseLength_, data_.begin());

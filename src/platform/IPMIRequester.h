@@ -2,6 +2,7 @@
 
 #include "Board.h"
 #include "FirmwareTransport.h"
+#include "OemRequest.h"
 #include "RawResponse.h"
 
 #include <cstdint>
@@ -35,8 +36,11 @@ public:
     // The responder's slave address: the board management controller.
     [[nodiscard]] unsigned char getConnectSlaveAddr() const { return 0x20; }
 
-    // Sends one raw request; a failure of the medium throws PException.
-    partmode::RawResponse sendRequest(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> data);
+    // Sends one raw request; a failure of the medium throws PException. A
+    // request that changes something is sent only when the audit trail can
+    // record it.
+    partmode::RawResponse sendRequest(std::uint8_t netFn, std::uint8_t command, std::span<const std::uint8_t> data,
+                                      partmode::wire::Effect effect = partmode::wire::Effect::Reads);
 
 private:
     std::unique_ptr<partmode::FirmwareTransport> transport_;

@@ -149,6 +149,8 @@ const char* chooseFormat(const BuiltinMessage& builtin)
 
 std::span<const BuiltinMessage> builtinMessages() { return kBuiltin; }
 
+void loadCatalogue() { static_cast<void>(processCatalogue()); }
+
 } // namespace partmode
 
 const char* lmsg_getmsg(int id, char* buffer, ...)

@@ -33,6 +33,10 @@ struct BuiltinMessage {
     const char* text;
 };
 
+// Finds and reads the message catalogue of this process now, as the first
+// message would.
+void loadCatalogue();
+
 // The built-in texts, which the shipped English catalogue holds unchanged.
 std::span<const BuiltinMessage> builtinMessages();
 

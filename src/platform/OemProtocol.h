@@ -13,8 +13,7 @@ inline constexpr OemRequest kGetPartitionInfo{kNetFnOem, 0x71, Target::Partition
 inline constexpr OemRequest kGetDynamicPartitioning{kNetFnOem, 0x8E, Target::Partition, 1,
                                                     "Get Dynamic Partitioning Enables"};
 inline constexpr OemRequest kGetXPARMode{kNetFnOem, 0xF1, Target::Partition, 1, "Get Extended Partition Mode"};
-inline constexpr OemRequest kGetXPARInfo{kNetFnOem, 0xF4, Target::ExtendedPartition, 1,
-                                         "Get Extended Partition Info"};
+inline constexpr OemRequest kGetXPARInfo{kNetFnOem, 0xF4, Target::ExtendedPartition, 1, "Get Extended Partition Info"};
 inline constexpr OemRequest kGetTPMEnables{kNetFnGroup, 0xF5, Target::Partition, 1, "Get TPM Enables"};
 // Reads the serialised system status collection piece by piece, as one IPMI
 // message may carry no more than 32 data bytes: offset (most significant byte
@@ -22,20 +21,23 @@ inline constexpr OemRequest kGetTPMEnables{kNetFnGroup, 0xF5, Target::Partition,
 // size (most significant byte first) and the bytes from the offset on.
 inline constexpr OemRequest kGetSystemStatus{kNetFnOem, 0xD0, Target::None, 3, "Get System Status Sensors"};
 inline constexpr OemRequest kGetPCIExpressMode{kNetFnOem, 0xB3, Target::Partition, 1, "Get PCI Express Mode"};
-inline constexpr OemRequest kSetPCIExpressMode{kNetFnOem, 0xB2, Target::Partition, 2, "Set PCI Express Mode"};
+inline constexpr OemRequest kSetPCIExpressMode{kNetFnOem,      0xB2, Target::Partition, 2, "Set PCI Express Mode",
+                                               Effect::Changes};
 inline constexpr OemRequest kGetPCIAddressMode{kNetFnOem, 0x81, Target::Partition, 1, "Get PCI Address Mode"};
 // Changes only the registered setting; the current mode follows at the next power-on.
-inline constexpr OemRequest kSetPCIAddressMode{kNetFnOem, 0x80, Target::Partition, 2, "Set PCI Address Mode"};
+inline constexpr OemRequest kSetPCIAddressMode{kNetFnOem,      0x80, Target::Partition, 2, "Set PCI Address Mode",
+                                               Effect::Changes};
 inline constexpr OemRequest kGetLanDeviceMode{kNetFnOem, 0x62, Target::Unit, 1, "Get LAN Device Mode"};
-inline constexpr OemRequest kSetLanDeviceMode{kNetFnOem, 0x61, Target::Unit, 2, "Set LAN Device Mode"};
+inline constexpr OemRequest kSetLanDeviceMode{kNetFnOem, 0x61, Target::Unit, 2, "Set LAN Device Mode", Effect::Changes};
 // Changes only the registered setting; the current state follows at the next power-on.
-inline constexpr OemRequest kSetDynamicPartitioning{kNetFnOem, 0x8D, Target::Partition, 2,
-                                                    "Set Dynamic Partitioning Enables"};
+inline constexpr OemRequest kSetDynamicPartitioning{
+    kNetFnOem, 0x8D, Target::Partition, 2, "Set Dynamic Partitioning Enables", Effect::Changes};
 inline constexpr OemRequest kGetSystemCapabilities{kNetFnOem, 0xD1, Target::None, 0, "Get System Capabilities"};
 inline constexpr OemRequest kGetPartitionMirrorMode{kNetFnOem, 0x7F, Target::Partition, 1, "Get Partition Mirror Mode"};
 // Partition, mode enable, memory operation mode, mirror RAS mode, and 1 when
 // the operator accepted a Reserved SB (0 on the first attempt).
-inline constexpr OemRequest kSetPartitionMirrorMode{kNetFnOem, 0x7E, Target::Partition, 5, "Set Partition Mirror Mode"};
+inline constexpr OemRequest kSetPartitionMirrorMode{
+    kNetFnOem, 0x7E, Target::Partition, 5, "Set Partition Mirror Mode", Effect::Changes};
 
 // A piece of the system status collection: 2 bytes of total size, then at
 // most kSystemStatusPiece bytes, so that an answer fits the 36 bytes of an

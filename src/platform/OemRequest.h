@@ -18,6 +18,9 @@ inline constexpr std::uint8_t kNetFnGroup = 0x2E;
 // named partition against its defined partitions.
 enum class Target : std::uint8_t { None, Partition, ExtendedPartition, Unit };
 
+// Whether the firmware changes anything when it carries a request out.
+enum class Effect : std::uint8_t { Reads, Changes };
+
 // The layout of one OEM request: the header byte 0x71 followed by a fixed
 // number of parameter bytes. Both the request objects and the simulator's
 // handlers go through encode() and decode(), so the layout lives here only.
@@ -27,6 +30,7 @@ struct OemRequest {
     Target target;
     std::uint8_t parameterBytes;
     const char* name;
+    Effect effect = Effect::Reads;
 
     [[nodiscard]] constexpr std::size_t requestLength() const { return 1U + parameterBytes; }
 

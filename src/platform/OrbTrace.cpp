@@ -1,8 +1,8 @@
 #include "OrbTrace.h"
 
-#include "AppendFile.h"
 #include "Board.h"
 #include "LocalTime.h"
+#include "LogDestinations.h"
 #include "SystemLog.h"
 
 #include <syslog.h>
@@ -36,7 +36,7 @@ void OrbTrace::putLog(std::uint8_t /*level*/, const char* text) const
         }
         const std::string line =
             partmode::LocalTime::now() + " partmode[" + std::to_string(::getpid()) + "]: " + record + '\n';
-        partmode::AppendFile::append(board.trace, line);
+        partmode::LogDestinations::trace(line);
     } catch (const std::exception&) {
         // Without a usable board there is nowhere to trace to.
     }

@@ -1,17 +1,10 @@
 #include "PasswordFile.h"
 
+#include "CheckedFile.h"
 #include "PException.h"
 #include "PlatformError.h"
-#include "UniqueFd.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <array>
 #include <cerrno> // program_invocation_short_name
-#include <cstdio>
-#include <cstring>
 #include <iostream>
 
 namespace partmode {
@@ -28,52 +21,37 @@ namespace {
 
 std::string PasswordFile::read(const std::filesystem::path& path)
 {
-    // O_NONBLOCK keeps a FIFO in place of the file from blocking the open.
-    const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
-    if (!fd) {
-        refuse(path, error::kActionUnreadable, std::string("cannot read the password file: ") + std::strerror(errno));
-    }
-    struct stat status {};
-    if (::fstat(fd.get(), &status) != 0) {
-        refuse(path, error::kActionUnreadable, std::string("cannot read the password file: ") + std::strerror(errno));
-    }
-    if (!S_ISREG(status.st_mode)) {
-        refuse(path, error::kActionInsecure, "the password file is not a regular file");
-    }
-    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        std::array<char, 8> mode{};
-        std::snprintf(mode.data(), mode.size(), "%04o", static_cast<unsigned int>(status.st_mode & 07777));
-        refuse(path, error::kActionInsecure,
-               std::string("group or others may access the password file (mode ") + mode.data() +
-                   "); allow its owner only (chmod 600)");
-    }
+    using Kind = CheckedFile::Refused::Kind;
     std::string content;
-    std::array<char, 256> buffer{};
-    for (;;) {
-        const ssize_t got = ::read(fd.get(), buffer.data(), buffer.size());
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            refuse(path, error::kActionUnreadable,
-                   std::string("cannot read the password file: ") + std::strerror(errno));
-        }
-        if (got == 0) {
-            break;
-        }
-        content.append(buffer.data(), static_cast<std::size_t>(got));
-        if (content.find('\n') != std::string::npos || content.size() > kMaxLength + 2) {
-            break;
+    try {
+        content = CheckedFile::read(path, rules());
+    } catch (const CheckedFile::Refused& refused) {
+        switch (refused.kind()) {
+        case Kind::Missing:
+        case Kind::Unreadable:
+            refuse(path, error::kActionUnreadable, std::string("cannot read the password file: ") + refused.what());
+        case Kind::Writable:
+            refuse(path, error::kActionInsecure,
+                   std::string("group or others may access the password file (") +
+                       std::string(refused.what()).substr(std::string(refused.what()).find("mode ")) +
+                       "; allow its owner only (chmod 600)");
+        default:
+            refuse(path, error::kActionInsecure, std::string("the password file ") + refused.what());
         }
     }
     std::string password = content.substr(0, content.find('\n'));
     if (!password.empty() && password.back() == '\r') {
         password.pop_back();
     }
+    if (password.empty()) {
+        refuse(path, error::kActionMalformed, "the password file holds no password on its first line");
+    }
     if (password.size() > kMaxLength) {
         refuse(path, error::kActionMalformed, "the password is longer than 20 bytes");
     }
     return password;
 }
+
+CheckedFile::Rules PasswordFile::rules() { return {kSizeLimit, true}; }
 
 } // namespace partmode

@@ -16,9 +16,11 @@ PException sessionFailure(std::uint8_t command, const sim::StateError& failure)
         action = error::kActionUnreadable;
     } else if (failure.kind() == sim::StateError::Kind::Malformed) {
         action = error::kActionMalformed;
+    } else if (failure.kind() == sim::StateError::Kind::Busy) {
+        action = error::kActionLockTimeout;
     }
     return PException(1, 0x52, command, action, error::kDetailFirmwareState, error::kMessagePlatformFailure,
-                       {std::string(failure.what())});
+                      {std::string(failure.what())});
 }
 
 } // namespace
