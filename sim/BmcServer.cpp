@@ -221,22 +221,30 @@ unsigned int claimPort(const PortKind& kind, const std::string& address, unsigne
     return ntohs(socket.sin_port);
 }
 
-// How many UDP sockets of this network namespace are bound to the port on the
-// address, or on every address, as the kernel lists them in /proc/net/udp.
-unsigned int socketsOnPort(const std::string& address, unsigned int port)
+// The UDP sockets of this network namespace bound to the port on the
+// address, or on every address, as the kernel lists them in /proc/net/udp:
+// their inode numbers.
+std::vector<unsigned long> socketsOnPort(const std::string& address, unsigned int port)
 {
     const auto wanted = socketAddress(address, port).sin_addr.s_addr;
     std::ifstream table("/proc/net/udp");
     std::string line;
     std::getline(table, line); // the heading
-    unsigned int count = 0;
+    std::vector<unsigned long> inodes;
     while (std::getline(table, line)) {
+        // sl local_address rem_address st tx_queue:rx_queue tr:tm->when retrnsmt uid timeout inode ...
         std::istringstream fields(line);
         std::string slot;
         std::string local;
+        std::string skipped;
+        unsigned long inode = 0;
         fields >> slot >> local;
+        for (int field = 0; field < 7; ++field) {
+            fields >> skipped;
+        }
+        fields >> inode;
         const auto colon = local.find(':');
-        if (colon == std::string::npos) {
+        if (!fields || colon == std::string::npos) {
             continue;
         }
         // The address as the kernel keeps it (network order), the port in host order.
@@ -245,10 +253,28 @@ unsigned int socketsOnPort(const std::string& address, unsigned int port)
         const auto boundPort = std::strtoul(local.c_str() + colon + 1, nullptr, 16);
         if (end == local.c_str() + colon && boundPort == port &&
             (bound == wanted || bound == INADDR_ANY || wanted == INADDR_ANY)) {
-            ++count;
+            inodes.push_back(inode);
         }
     }
-    return count;
+    return inodes;
+}
+
+// Whether the process holds one of the sockets: its descriptors link to
+// "socket:[INODE]".
+bool holdsSocket(pid_t process, const std::vector<unsigned long>& inodes)
+{
+    std::error_code error;
+    std::filesystem::directory_iterator entry("/proc/" + std::to_string(process) + "/fd", error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        std::error_code unreadable;
+        const auto target = std::filesystem::read_symlink(entry->path(), unreadable).string();
+        for (const auto inode : inodes) {
+            if (!unreadable && target == "socket:[" + std::to_string(inode) + "]") {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 // The board file, written whole or not at all: a temporary file beside it,
@@ -499,7 +525,9 @@ int serveBmc(const BmcServerOptions& options)
             std::cerr << "partmode-sim: " << describeEnd(status) << " before it answered on " << where() << std::endl;
             return 1;
         }
-        if ((!port || answers(host, *port, options.user, password, key)) &&
+        // Another BMC on the port may answer before this one has bound it.
+        if ((!port || (holdsSocket(child, socketsOnPort(options.address, *port)) &&
+                       answers(host, *port, options.user, password, key))) &&
             (!vmPort || SystemInterfaceProbe::answers(*vmPort))) {
             break;
         }
@@ -512,7 +540,7 @@ int serveBmc(const BmcServerOptions& options)
     }
     // Two servers that start at the same moment may both have found the UDP
     // port free; each that then finds it shared gives it up.
-    if (port && socketsOnPort(options.address, *port) > 1) {
+    if (port && socketsOnPort(options.address, *port).size() > 1) {
         stop(child);
         fail(portInUse(kLanPort, options.address, *port));
     }
