@@ -93,9 +93,12 @@ std::vector<std::string> traceTexts(const fs::path& path)
     return texts;
 }
 
-// A board for the embedded simulator whose files all lie in `folder`.
+// A board for the embedded simulator whose files lie in `folder`, unless the
+// test sends its trace or audit elsewhere.
 struct SimulatorBoard {
-    explicit SimulatorBoard(const fs::path& folderPath) : folder(folderPath)
+    explicit SimulatorBoard(const fs::path& folderPath, const fs::path& tracePath = {}, const fs::path& auditPath = {})
+        : folder(folderPath), traceFile(tracePath.empty() ? folder / "trace.log" : tracePath),
+          auditFile(auditPath.empty() ? folder / "audit.log" : auditPath)
     {
         const json board{{"partitions", 4},
                          {"firmware", {{"transport", "simulator"}, {"state", state().string()}}},
@@ -106,13 +109,15 @@ struct SimulatorBoard {
     }
     [[nodiscard]] fs::path path() const { return folder / "board.json"; }
     [[nodiscard]] fs::path state() const { return folder / "firmware.json"; }
-    [[nodiscard]] fs::path trace() const { return folder / "trace.log"; }
-    [[nodiscard]] fs::path audit() const { return folder / "audit.log"; }
+    [[nodiscard]] fs::path trace() const { return traceFile; }
+    [[nodiscard]] fs::path audit() const { return auditFile; }
     [[nodiscard]] std::vector<std::string> environment() const
     {
         return {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + folder.string(), "PARTMODE_BOARD=" + path().string()};
     }
     fs::path folder;
+    fs::path traceFile;
+    fs::path auditFile;
 };
 
 bool isRoot() { return ::geteuid() == 0; }
@@ -549,14 +554,9 @@ TEST(Hardening, UnwritableAuditDestinationStopsTheChangeBeforeAnythingIsSent)
         const TemporaryDirectory scratch;
         const auto audit = destination == "folder" ? scratch.path() / "audit" : fs::path(destination);
         fs::create_directories(scratch.path() / "audit");
-        const json board{{"firmware", {{"transport", "simulator"}, {"state", (scratch.path() / "firmware.json")}}},
-                         {"trace", (scratch.path() / "trace.log").string()},
-                         {"audit", audit.string()}};
-        writeFile(scratch.path() / "board.json", board.dump());
-        writeFile(scratch.path() / "firmware.json", kFlexibleState, 0600);
-        const auto outcome = run(scratch.path(), "audit", withArguments({PARTMODE_BINARY}, kSet),
-                                 {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(),
-                                  "PARTMODE_BOARD=" + (scratch.path() / "board.json").string()});
+        const SimulatorBoard board(scratch.path(), {}, audit);
+        const auto outcome =
+            run(scratch.path(), "audit", withArguments({PARTMODE_BINARY}, kSet), board.environment());
         EXPECT_TRUE(outcome.exited(2)) << outcome.describe();
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err, kFailureLine);
@@ -587,6 +587,14 @@ TEST(Hardening, UnwritableAuditDestinationStopsADynamicReconfigurationChangeToo)
                   "10047: Command failed: set partition dynamic_reconfiguration 0 enable quiet (2056, 7)"});
     EXPECT_EQ(slurp(scratch.path() / "firmware.json"), state);
 }
+
+#define SKIP_UNLESS_MOUNTED(tmpfs)                                                                                     \
+    do {                                                                                                               \
+        if (!(tmpfs).mounted()) {                                                                                      \
+            std::cout << "skipped: cannot mount a tmpfs: " << (tmpfs).failure() << std::endl;                         \
+            GTEST_SKIP() << (tmpfs).failure();                                                                         \
+        }                                                                                                              \
+    } while (false)
 
 // A tmpfs of a few pages, mounted for one test and unmounted afterwards.
 class SmallTmpfs {
@@ -631,22 +639,13 @@ TEST(Hardening, AuditRecordCutShortOnAFullFileSystemIsTakenBackAndReported)
     SKIP_UNLESS_ROOT();
     const TemporaryDirectory scratch;
     const SmallTmpfs tmpfs(scratch.path() / "full");
-    if (!tmpfs.mounted()) {
-        std::cout << "skipped: cannot mount a tmpfs: " << tmpfs.failure() << std::endl;
-        GTEST_SKIP() << tmpfs.failure();
-    }
+    SKIP_UNLESS_MOUNTED(tmpfs);
     const auto audit = scratch.path() / "full" / "audit.log";
     // Room for part of a record: the write is cut short, not refused.
     tmpfs.fillLeaving(audit, 40);
     const auto auditBefore = slurp(audit);
-    const json board{{"firmware", {{"transport", "simulator"}, {"state", (scratch.path() / "firmware.json")}}},
-                     {"trace", (scratch.path() / "trace.log").string()},
-                     {"audit", audit.string()}};
-    writeFile(scratch.path() / "board.json", board.dump());
-    writeFile(scratch.path() / "firmware.json", kFlexibleState, 0600);
-    const auto outcome = run(scratch.path(), "full", withArguments({PARTMODE_BINARY}, kSet),
-                             {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(),
-                              "PARTMODE_BOARD=" + (scratch.path() / "board.json").string()});
+    const SimulatorBoard board(scratch.path(), {}, audit);
+    const auto outcome = run(scratch.path(), "full", withArguments({PARTMODE_BINARY}, kSet), board.environment());
     EXPECT_TRUE(outcome.exited(2)) << outcome.describe();
     EXPECT_EQ(outcome.out, "pci_express_mode: fixed\n");
     const std::string reported =
@@ -666,21 +665,12 @@ TEST(Hardening, TraceLineCutShortOnAFullFileSystemIsTakenBack)
     SKIP_UNLESS_ROOT();
     const TemporaryDirectory scratch;
     const SmallTmpfs tmpfs(scratch.path() / "full");
-    if (!tmpfs.mounted()) {
-        std::cout << "skipped: cannot mount a tmpfs: " << tmpfs.failure() << std::endl;
-        GTEST_SKIP() << tmpfs.failure();
-    }
+    SKIP_UNLESS_MOUNTED(tmpfs);
     const auto trace = scratch.path() / "full" / "trace.log";
     tmpfs.fillLeaving(trace, 20);
     const auto traceBefore = slurp(trace);
-    const json board{{"firmware", {{"transport", "simulator"}, {"state", (scratch.path() / "firmware.json")}}},
-                     {"trace", trace.string()},
-                     {"audit", (scratch.path() / "audit.log").string()}};
-    writeFile(scratch.path() / "board.json", board.dump());
-    writeFile(scratch.path() / "firmware.json", kFlexibleState, 0600);
-    const auto outcome = run(scratch.path(), "full", withArguments({PARTMODE_BINARY}, kSet),
-                             {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(),
-                              "PARTMODE_BOARD=" + (scratch.path() / "board.json").string()});
+    const SimulatorBoard board(scratch.path(), trace);
+    const auto outcome = run(scratch.path(), "full", withArguments({PARTMODE_BINARY}, kSet), board.environment());
     // Tracing never fails the command; the line is dropped whole.
     EXPECT_TRUE(outcome.exited(0)) << outcome.describe() << outcome.err;
     EXPECT_EQ(slurp(trace), traceBefore);
