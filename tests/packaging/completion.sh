@@ -54,18 +54,6 @@ for feature in $features; do
 done
 
 # partmode-sim's completion, options anywhere.
-complete_sim_words()
-{
-    bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _partmode_sim
-        printf "%s\n" "${COMPREPLY[@]}" | sort' completion "$source_dir/completion/partmode-sim" "$@"
-}
-
-expect_sim_completion()
-{
-    local expected=$1
-    shift
-    expect_equal "completing [$*]" "$(tr ' ' '\n' <<< "$expected" | sort)" "$(complete_sim_words "$@")"
-}
 
 sim_keys="power_on system_status extended_partitioning reserved_sb dynamic_reconfiguration tpm pci_express_mode"
 sim_keys+=" pci_address_mode memory_mode node_ids"
@@ -73,51 +61,51 @@ sim_set="partition exclusive_features defined_partitions extended_partition_pare
 
 expect_equal "registration of partmode-sim" "complete -F _partmode_sim partmode-sim" \
     "$(bash -c 'source "$1"; complete -p partmode-sim' completion "$source_dir/completion/partmode-sim")"
-expect_sim_completion "init show power fault set serve" partmode-sim ""
-expect_sim_completion "init show power fault set serve" partmode-sim --state firmware.json ""
-expect_sim_completion "set serve show" partmode-sim s
-expect_sim_completion "on off" partmode-sim power ""
-expect_sim_completion "on off" partmode-sim --state=firmware.json power ""
-expect_sim_completion "on off" partmode-sim --state = firmware.json power ""
-expect_sim_completion "" partmode-sim power on ""
-expect_sim_completion "add list clear" partmode-sim fault ""
-expect_sim_completion "$sim_set" partmode-sim set ""
-expect_sim_completion "$sim_keys" partmode-sim set partition 0 ""
-expect_sim_completion "$sim_keys" partmode-sim set --state f partition 0 ""
-expect_sim_completion "true false" partmode-sim set partition 0 reserved_sb ""
-expect_sim_completion "" partmode-sim set partition 0 tpm ""
-expect_sim_completion "true false" partmode-sim set exclusive_features ""
-expect_sim_completion "none" partmode-sim set extended_partition_parents 4 ""
-expect_sim_completion "--state --help --version" partmode-sim power on 0 --
-expect_sim_completion "--state --help --version --partition" partmode-sim fault add 0x30 0xB2 0x80 --
-expect_sim_completion "--state --help --version --port --vm-port --address --user --password-file --k-g-file --board" \
+expect_completion "init show power fault set serve" partmode-sim ""
+expect_completion "init show power fault set serve" partmode-sim --state firmware.json ""
+expect_completion "set serve show" partmode-sim s
+expect_completion "on off" partmode-sim power ""
+expect_completion "on off" partmode-sim --state=firmware.json power ""
+expect_completion "on off" partmode-sim --state = firmware.json power ""
+expect_completion "" partmode-sim power on ""
+expect_completion "add list clear" partmode-sim fault ""
+expect_completion "$sim_set" partmode-sim set ""
+expect_completion "$sim_keys" partmode-sim set partition 0 ""
+expect_completion "$sim_keys" partmode-sim set --state f partition 0 ""
+expect_completion "true false" partmode-sim set partition 0 reserved_sb ""
+expect_completion "" partmode-sim set partition 0 tpm ""
+expect_completion "true false" partmode-sim set exclusive_features ""
+expect_completion "none" partmode-sim set extended_partition_parents 4 ""
+expect_completion "--state --help --version" partmode-sim power on 0 --
+expect_completion "--state --help --version --partition" partmode-sim fault add 0x30 0xB2 0x80 --
+expect_completion "--state --help --version --port --vm-port --address --user --password-file --k-g-file --board" \
     partmode-sim serve --
-expect_sim_completion "--port --password-file" partmode-sim serve --p
-expect_sim_completion "" partmode-sim serve --port ""
-expect_sim_completion "" partmode-sim serve --vm-port ""
+expect_completion "--port --password-file" partmode-sim serve --p
+expect_completion "" partmode-sim serve --port ""
+expect_completion "" partmode-sim serve --vm-port ""
 mkdir -p "$tmp/files"
 touch "$tmp/files/board.json"
-expect_sim_completion "$tmp/files/board.json" partmode-sim serve --board "$tmp/files/b"
-expect_sim_completion "$tmp/files/board.json" partmode-sim serve --board = "$tmp/files/b"
-expect_sim_completion "$tmp/files/board.json" partmode-sim serve --k-g-file "$tmp/files/b"
+expect_completion "$tmp/files/board.json" partmode-sim serve --board "$tmp/files/b"
+expect_completion "$tmp/files/board.json" partmode-sim serve --board = "$tmp/files/b"
+expect_completion "$tmp/files/board.json" partmode-sim serve --k-g-file "$tmp/files/b"
 
 # Every word completion offers for set is one the built partmode-sim takes.
 run=$tmp/sim
 write_board "$run"
-for key in $(complete_sim_words partmode-sim set partition 0 ""); do
+for key in $(complete_words partmode-sim set partition 0 ""); do
     value=1
-    [[ $(complete_sim_words partmode-sim set partition 0 "$key" "") == *true* ]] && value=true
+    [[ $(complete_words partmode-sim set partition 0 "$key" "") == *true* ]] && value=true
     (cd "$run" && env -i PATH=/usr/bin:/bin LANG=C HOME="$run" PARTMODE_BOARD="$run/board.json" \
         "$build_dir/bin/partmode-sim" set partition 0 "$key" "$value") || fail "partmode-sim set partition 0 $key $value refused"
 done
 for command in "set exclusive_features true" "set defined_partitions 0" "set extended_partition_parents 4 none" \
     "set lan_device_modes 0 1" "fault list" "fault clear" "power on 0" "show" "init"; do
     first=${command%% *}
-    [[ $(complete_sim_words partmode-sim "") == *"$first"* ]] || fail "completion does not offer $first"
+    [[ $(complete_words partmode-sim "") == *"$first"* ]] || fail "completion does not offer $first"
 done
 printf '{"partitions": 4, "extended_partitions": 2, "firmware": {"transport": "simulator", "state": "firmware.json"}}\n' \
     > "$run/board.json"
-for key in $(complete_sim_words partmode-sim set ""); do
+for key in $(complete_words partmode-sim set ""); do
     case $key in
     partition) words=(partition 0 reserved_sb true) ;;
     exclusive_features) words=(exclusive_features false) ;;

@@ -64,6 +64,8 @@ write_board()
 # sorted.
 complete_words()
 {
-    bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _partmode
-        printf "%s\n" "${COMPREPLY[@]}" | sort' completion "$source_dir/completion/partmode" "$@"
+    # The first word names the program, its completion file and its function
+    # (_partmode, _partmode_sim).
+    bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); "_${1//-/_}"
+        printf "%s\n" "${COMPREPLY[@]}" | sort' completion "$source_dir/completion/$1" "$@"
 }
