@@ -7,25 +7,22 @@ find_path(FREEIPMI_INCLUDE_DIR freeipmi/freeipmi.h REQUIRED)
 find_library(FREEIPMI_LIBRARY freeipmi REQUIRED)
 find_path(OPENIPMI_INCLUDE_DIR OpenIPMI/mcserv.h REQUIRED)
 
-target_sources(partmode_core PRIVATE
-  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiLibrary.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiOptions.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiTransport.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/PasswordFile.cpp
-  ${CMAKE_CURRENT_LIST_DIR}/../src/platform/RawIpmiFrame.cpp)
-target_include_directories(partmode_core SYSTEM PRIVATE ${FREEIPMI_INCLUDE_DIR})
+# The board checks its libfreeipmi option words (FreeIpmiOptions) and the ipmi
+# room opens sessions with them; no other room sees libfreeipmi's headers.
+target_include_directories(partmode_board SYSTEM PRIVATE ${FREEIPMI_INCLUDE_DIR})
+target_include_directories(partmode_ipmi SYSTEM PRIVATE ${FREEIPMI_INCLUDE_DIR})
 # The tool loads libfreeipmi only when a board names a BMC (FreeIpmiLibrary),
 # by the name the library answers to, its SONAME.
 execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${FREEIPMI_LIBRARY} OUTPUT_VARIABLE freeipmi_headers)
 if(NOT freeipmi_headers MATCHES "SONAME +([^ \n]+)")
   message(FATAL_ERROR "cannot read the SONAME of ${FREEIPMI_LIBRARY}")
 endif()
-set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/../src/platform/FreeIpmiLibrary.cpp APPEND PROPERTY
+set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/../src/platform/ipmi/FreeIpmiLibrary.cpp APPEND PROPERTY
   COMPILE_DEFINITIONS PARTMODE_FREEIPMI_SONAME="${CMAKE_MATCH_1}")
-target_link_libraries(partmode_core PUBLIC ${CMAKE_DL_LIBS})
+target_link_libraries(partmode_ipmi PUBLIC ${CMAKE_DL_LIBS})
 
 # The module links the simulator's static libraries into a shared object.
-set_target_properties(partmode_wire partmode_sim PROPERTIES POSITION_INDEPENDENT_CODE ON)
+set_target_properties(partmode_base partmode_wire partmode_sim PROPERTIES POSITION_INDEPENDENT_CODE ON)
 
 # ipmi_sim resolves its registration calls from its own executable when it
 # loads the module, so the module leaves them undefined; only the entry

@@ -35,7 +35,7 @@ endforeach()
 add_custom_target(partmode_catalogues ALL DEPENDS ${PARTMODE_CATALOGUES})
 add_dependencies(partmode_core partmode_catalogues)
 
-set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/../src/platform/MessageCatalogue.cpp APPEND PROPERTY COMPILE_DEFINITIONS
+set_property(SOURCE ${CMAKE_CURRENT_LIST_DIR}/../src/platform/log/MessageCatalogue.cpp APPEND PROPERTY COMPILE_DEFINITIONS
   PARTMODE_CATALOGUE_NAME="${PARTMODE_CATALOGUE_NAME}"
   PARTMODE_LOCALEDIR="${CMAKE_INSTALL_FULL_LOCALEDIR}"
   PARTMODE_LOCALEDIR_FROM_BINDIR="${PARTMODE_LOCALEDIR_FROM_BINDIR}")

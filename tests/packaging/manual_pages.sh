@@ -52,7 +52,7 @@ done <<< "$messages"
 # in the trace's decimal, has its row in the tables under DIAGNOSTICS.
 diagnostics=$(LC_ALL=C MANWIDTH=1000 man -l "$source_dir/man/partmode.8" 2> /dev/null | col -bx |
     sed -n '/^DIAGNOSTICS/,/^[A-Z]/p')
-codes=$(perl -ne 'print "$1 $2\n" if /k(Detail|Action)\w+ = (0x[0-9A-Fa-f]+);/' "$source_dir/src/platform/PlatformError.h")
+codes=$(perl -ne 'print "$1 $2\n" if /k(Detail|Action)\w+ = (0x[0-9A-Fa-f]+);/' "$source_dir/src/platform/base/PlatformError.h")
 [[ $(wc -l <<< "$codes") -ge 17 ]] || fail "found only $(wc -l <<< "$codes") codes in PlatformError.h"
 while read -r kind hex; do
     grep -qE "^ +$hex +$((hex)) +[a-z]" <<< "$diagnostics" || fail "partmode(8) has no row for the $kind code $hex"
