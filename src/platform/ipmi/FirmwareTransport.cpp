@@ -3,14 +3,29 @@
 #include "FreeIpmiTransport.h"
 #include "PException.h"
 #include "PlatformError.h"
-#include "SimulatorTransport.h"
+
+#include <functional>
+#include <map>
 
 namespace partmode {
 
+namespace {
+
+// The media provided from outside the platform layer, by name.
+std::map<std::string, FirmwareTransport::Opener, std::less<>>& providedMedia()
+{
+    static std::map<std::string, FirmwareTransport::Opener, std::less<>> media;
+    return media;
+}
+
+} // namespace
+
+void FirmwareTransport::provide(const std::string& medium, Opener opener) { providedMedia()[medium] = opener; }
+
 std::unique_ptr<FirmwareTransport> FirmwareTransport::open(const FirmwareConfig& config)
 {
-    if (config.transport == "simulator") {
-        return std::make_unique<SimulatorTransport>(config.state);
+    if (const auto provided = providedMedia().find(config.transport); provided != providedMedia().end()) {
+        return provided->second(config);
     }
     if (config.transport == "lan") {
         return FreeIpmiTransport::openLan(config);

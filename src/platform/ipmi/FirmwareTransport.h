@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 
 namespace partmode {
 
@@ -24,6 +25,13 @@ public:
 
     // Opens a session as `config` says; throws PException when it cannot.
     static std::unique_ptr<FirmwareTransport> open(const FirmwareConfig& config);
+
+    // Opens a session over one medium that the platform layer does not own.
+    using Opener = std::unique_ptr<FirmwareTransport> (*)(const FirmwareConfig& config);
+    // Lets open() reach `medium` through `opener`. The embedded simulator's
+    // transport lives with the simulator, which builds on the platform, so it
+    // is handed in from above rather than included from here.
+    static void provide(const std::string& medium, Opener opener);
 };
 
 } // namespace partmode
