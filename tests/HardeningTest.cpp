@@ -93,6 +93,24 @@ std::vector<std::string> traceTexts(const fs::path& path)
     return texts;
 }
 
+// The environment of a run in `folder` as an operator's login gives it, with
+// PARTMODE_BOARD naming `board`.
+std::vector<std::string> environmentOf(const fs::path& folder, const fs::path& board)
+{
+    return {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + folder.string(), "PARTMODE_BOARD=" + board.string()};
+}
+
+// Writes board.json in `folder` with the firmware given and the trace and audit
+// beside it; returns the environment of a run on that board.
+std::vector<std::string> boardWithFirmware(const fs::path& folder, const json& firmware)
+{
+    const json board{{"firmware", firmware},
+                     {"trace", (folder / "trace.log").string()},
+                     {"audit", (folder / "audit.log").string()}};
+    writeFile(folder / "board.json", board.dump());
+    return environmentOf(folder, folder / "board.json");
+}
+
 // A board for the embedded simulator whose files lie in `folder`, unless the
 // test sends its trace or audit elsewhere.
 struct SimulatorBoard {
@@ -111,10 +129,7 @@ struct SimulatorBoard {
     [[nodiscard]] fs::path state() const { return folder / "firmware.json"; }
     [[nodiscard]] fs::path trace() const { return traceFile; }
     [[nodiscard]] fs::path audit() const { return auditFile; }
-    [[nodiscard]] std::vector<std::string> environment() const
-    {
-        return {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + folder.string(), "PARTMODE_BOARD=" + path().string()};
-    }
+    [[nodiscard]] std::vector<std::string> environment() const { return environmentOf(folder, path()); }
     fs::path folder;
     fs::path traceFile;
     fs::path auditFile;
@@ -444,8 +459,7 @@ TEST(Hardening, OddBoardFilesAreRefusedAtOnce)
         const auto started = std::chrono::steady_clock::now();
         const auto outcome =
             run(scratch.path(), nameOf(oddity), withArguments({PARTMODE_BINARY}, kShow),
-                {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(), "PARTMODE_BOARD=" + board.string()},
-                {}, 5s);
+                environmentOf(scratch.path(), board), {}, 5s);
         EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
         EXPECT_TRUE(outcome.exited(2)) << outcome.describe();
         // A folder is named as read(2) names it.
@@ -461,15 +475,11 @@ TEST(Hardening, OddStateFilesAreRefusedAtOnce)
         SCOPED_TRACE(nameOf(oddity));
         const TemporaryDirectory scratch;
         const auto state = plant(oddity, scratch.path() / "firmware.json");
-        const json board{{"firmware", {{"transport", "simulator"}, {"state", state.string()}}},
-                         {"trace", (scratch.path() / "trace.log").string()},
-                         {"audit", (scratch.path() / "audit.log").string()}};
-        writeFile(scratch.path() / "board.json", board.dump());
+        const auto environment =
+            boardWithFirmware(scratch.path(), {{"transport", "simulator"}, {"state", state.string()}});
         const auto started = std::chrono::steady_clock::now();
-        const auto outcome = run(scratch.path(), nameOf(oddity), withArguments({PARTMODE_BINARY}, kShow),
-                                 {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(),
-                                  "PARTMODE_BOARD=" + (scratch.path() / "board.json").string()},
-                                 {}, 5s);
+        const auto outcome =
+            run(scratch.path(), nameOf(oddity), withArguments({PARTMODE_BINARY}, kShow), environment, {}, 5s);
         EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
         EXPECT_TRUE(outcome.exited(2)) << outcome.describe();
         EXPECT_EQ(outcome.err, "Failed to execute show partition pci_express_mode 0 command.\n");
@@ -505,16 +515,12 @@ TEST(Hardening, OddPasswordFilesAreRefusedAtOnce)
         SCOPED_TRACE(nameOf(oddity));
         const TemporaryDirectory scratch;
         const auto password = plant(oddity, scratch.path() / "bmc.pass");
-        const json board{
-            {"firmware", {{"transport", "lan"}, {"host", "127.0.0.1"}, {"port", 9}, {"password_file", password}}},
-            {"trace", (scratch.path() / "trace.log").string()},
-            {"audit", (scratch.path() / "audit.log").string()}};
-        writeFile(scratch.path() / "board.json", board.dump());
+        const auto environment = boardWithFirmware(
+            scratch.path(),
+            {{"transport", "lan"}, {"host", "127.0.0.1"}, {"port", 9}, {"password_file", password}});
         const auto started = std::chrono::steady_clock::now();
-        const auto outcome = run(scratch.path(), nameOf(oddity), withArguments({PARTMODE_BINARY}, kShow),
-                                 {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(),
-                                  "PARTMODE_BOARD=" + (scratch.path() / "board.json").string()},
-                                 {}, 5s);
+        const auto outcome =
+            run(scratch.path(), nameOf(oddity), withArguments({PARTMODE_BINARY}, kShow), environment, {}, 5s);
         EXPECT_LT(std::chrono::steady_clock::now() - started, 3s);
         EXPECT_TRUE(outcome.exited(2)) << outcome.describe();
         EXPECT_EQ(outcome.err, "partmode: " + password.string() +
@@ -570,16 +576,12 @@ TEST(Hardening, UnwritableAuditDestinationStopsTheChangeBeforeAnythingIsSent)
 TEST(Hardening, UnwritableAuditDestinationStopsADynamicReconfigurationChangeToo)
 {
     const TemporaryDirectory scratch;
-    const json board{{"firmware", {{"transport", "simulator"}, {"state", (scratch.path() / "firmware.json")}}},
-                     {"trace", (scratch.path() / "trace.log").string()},
-                     {"audit", "/dev/full"}};
-    writeFile(scratch.path() / "board.json", board.dump());
+    const SimulatorBoard board(scratch.path(), {}, "/dev/full");
     const std::string state = R"({"partitions": {"0": {"dynamic_reconfiguration": [0, 0]}}})";
-    writeFile(scratch.path() / "firmware.json", state, 0600);
+    writeFile(board.state(), state, 0600);
     const auto outcome = run(scratch.path(), "dr",
                              {PARTMODE_BINARY, "set", "partition", "dynamic_reconfiguration", "0", "enable", "quiet"},
-                             {"PATH=/usr/bin:/bin", "LANG=C", "HOME=" + scratch.path().string(),
-                              "PARTMODE_BOARD=" + (scratch.path() / "board.json").string()});
+                             board.environment());
     EXPECT_TRUE(outcome.exited(2)) << outcome.describe();
     EXPECT_EQ(outcome.err, "Failed to execute set partition dynamic_reconfiguration 0 enable quiet command.\n");
     EXPECT_EQ(traceTexts(scratch.path() / "trace.log"),
